@@ -1,0 +1,303 @@
+// The decoder, written once for every record: reset the record, then read
+// field after field until the input is used up. It stops at the first error
+// and leaves everything it allocated reachable from the record, so the
+// release operation can hand it back whatever happened.
+#pragma once
+
+#include <climits>
+#include <cstring>
+#include <type_traits>
+
+#include "mivo_tesk_eid_def.h"
+#include "nuvex/description.hpp"
+#include "nuvex_decode.h"
+
+namespace nuvex {
+
+class decoder {
+public:
+    decoder(const uint8_t *source, size_t size, mivo_alloc_t *alloc, void *token, mivo_flags flags)
+        : src_(source), size_(size), alloc_(alloc), token_(token), flags_(flags)
+    {
+    }
+
+    template <class R>
+    int fields(R &r)
+    {
+        while (offset_ < size_) {
+            uint32_t key;
+            if (nuvex_decode_var32(&key, &offset_, src_, size_) != MIVO_NO_ERROR) {
+                return MIVO_ERROR_GARBLED;
+            }
+            int rc = dispatch(r, key, typename description<R>::fields{});
+            if (rc != MIVO_NO_ERROR) {
+                return rc;
+            }
+        }
+        return MIVO_NO_ERROR;
+    }
+
+private:
+    static constexpr int unknown_field = 1;
+
+    bool shared() const { return (flags_ & MIVO_FLAG_SHARED) != 0; }
+
+    template <class R, class... F>
+    int dispatch(R &r, uint32_t key, field_list<F...>)
+    {
+        const uint32_t number = key >> 3;
+        const unsigned wire_type = key & 7u;
+        int rc = unknown_field;
+        // Folds into a compare chain the compiler turns into a jump table.
+        (void)((number == F::number && (rc = member<F>(r, wire_type), true)) || ...);
+        if (rc == unknown_field) {
+            // Field 0 and numbers past the record's last are skipped.
+            rc = nuvex_decode_advance(wire_type, &offset_, src_, size_);
+        }
+        return rc;
+    }
+
+    // Reads a length and checks that its bytes lie inside the input.
+    int length(uint32_t &len)
+    {
+        if (nuvex_decode_var32(&len, &offset_, src_, size_) != MIVO_NO_ERROR || len > size_ - offset_) {
+            return MIVO_ERROR_GARBLED;
+        }
+        return MIVO_NO_ERROR;
+    }
+
+    void *allocate(size_t size) { return alloc_(size, token_); }
+
+    // One string: a fresh NUL-terminated copy, never shared with the input.
+    int string(mivo_string_t &out)
+    {
+        uint32_t len;
+        if (length(len) != MIVO_NO_ERROR) {
+            return MIVO_ERROR_GARBLED;
+        }
+        auto *copy = static_cast<char *>(allocate(size_t{len} + 1));
+        if (copy == nullptr) {
+            return MIVO_ERROR_ALLOC_FAILED;
+        }
+        out = copy;
+        std::memcpy(copy, src_ + offset_, len);
+        copy[len] = '\0';
+        offset_ += len;
+        return MIVO_NO_ERROR;
+    }
+
+    // One byte string: a pointer into the input when shared, else an exact copy.
+    int bytes(mivo_bytes &out)
+    {
+        uint32_t len;
+        if (length(len) != MIVO_NO_ERROR) {
+            return MIVO_ERROR_GARBLED;
+        }
+        if (shared()) {
+            out.data = src_ + offset_;
+        } else {
+            auto *copy = static_cast<uint8_t *>(allocate(len));
+            if (copy == nullptr) {
+                return MIVO_ERROR_ALLOC_FAILED;
+            }
+            if (len != 0) {
+                std::memcpy(copy, src_ + offset_, len);
+            }
+            out.data = copy;
+        }
+        out.size = len;
+        offset_ += len;
+        return MIVO_NO_ERROR;
+    }
+
+    int eid(mivo_tesk_eid_st &out)
+    {
+        uint32_t len;
+        if (length(len) != MIVO_NO_ERROR) {
+            return MIVO_ERROR_GARBLED;
+        }
+        const int rc = mivo_tesk_eid_st_decode_ext(&out, src_ + offset_, len, alloc_, token_, flags_);
+        if (rc != MIVO_NO_ERROR) {
+            return rc;
+        }
+        offset_ += len;
+        return MIVO_NO_ERROR;
+    }
+
+    // A nested record merges into what the member holds, as a repeated
+    // occurrence of an embedded message does in the Protocol Buffers format.
+    template <class Nested>
+    int message(Nested &out)
+    {
+        uint32_t len;
+        if (length(len) != MIVO_NO_ERROR) {
+            return MIVO_ERROR_GARBLED;
+        }
+        decoder inner(src_ + offset_, len, alloc_, token_, flags_);
+        const int rc = inner.fields(out);
+        if (rc != MIVO_NO_ERROR) {
+            return rc;
+        }
+        offset_ += len;
+        return MIVO_NO_ERROR;
+    }
+
+    // Reads one element of the member's kind into out.
+    template <class K, class V>
+    int read(V &out)
+    {
+        if constexpr (K::elem == element::varint32 || K::elem == element::boolean) {
+            uint32_t v;
+            if (nuvex_decode_var32(&v, &offset_, src_, size_) != MIVO_NO_ERROR) {
+                return MIVO_ERROR_GARBLED;
+            }
+            if constexpr (K::elem == element::boolean) {
+                out = v != 0;
+            } else {
+                out = static_cast<V>(v);
+            }
+            return MIVO_NO_ERROR;
+        } else if constexpr (K::elem == element::varint64) {
+            return nuvex_decode_var64(&out, &offset_, src_, size_);
+        } else if constexpr (K::elem == element::string) {
+            return string(out);
+        } else if constexpr (K::elem == element::bytes) {
+            return bytes(out);
+        } else if constexpr (K::elem == element::eid) {
+            return eid(out);
+        } else {
+            return message(out);
+        }
+    }
+
+    // Moves past one element without storing it (the pre-scan of a run).
+    template <class K>
+    int skip()
+    {
+        if constexpr (K::elem == element::varint64) {
+            return nuvex_decode_var64(nullptr, &offset_, src_, size_);
+        } else if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
+            return nuvex_decode_var32(nullptr, &offset_, src_, size_);
+        } else {
+            uint32_t len;
+            if (length(len) != MIVO_NO_ERROR) {
+                return MIVO_ERROR_GARBLED;
+            }
+            offset_ += len;
+            return MIVO_NO_ERROR;
+        }
+    }
+
+    // A repeated member is one unbroken run of fields with its number. The run
+    // is counted first so that the array is allocated once at its exact size.
+    template <class F, class R>
+    int repeated(R &r)
+    {
+        using K = typename F::kind;
+        using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
+        if (F::value(r) != nullptr) {
+            return MIVO_ERROR_GARBLED; // a second run
+        }
+        if (alloc_ == nullptr) {
+            return MIVO_ERROR_ALLOC_FAILED;
+        }
+        const size_t start = offset_;
+        unsigned count = 0;
+        for (;;) {
+            const int rc = skip<K>();
+            if (rc != MIVO_NO_ERROR) {
+                return rc;
+            }
+            if (++count == UINT_MAX) {
+                return MIVO_ERROR_GARBLED; // the count would not fit its member
+            }
+            if (offset_ >= size_) {
+                break;
+            }
+            uint32_t next;
+            if (nuvex_decode_var32(&next, &offset_, src_, size_) != MIVO_NO_ERROR) {
+                return MIVO_ERROR_GARBLED;
+            }
+            if ((next >> 3) != F::number) {
+                break;
+            }
+        }
+        offset_ = start;
+        auto *array = static_cast<E *>(allocate(sizeof(E) * count));
+        if (array == nullptr) {
+            return MIVO_ERROR_ALLOC_FAILED;
+        }
+        if constexpr (K::elem == element::string || K::elem == element::bytes || K::elem == element::message) {
+            // Null until filled, so a failure half-way is released cleanly.
+            std::memset(static_cast<void *>(array), 0, sizeof(E) * count);
+        }
+        F::value(r) = array;
+        F::count(r) = count;
+        for (unsigned i = 0; i < count; ++i) {
+            if (i != 0) {
+                // The pre-scan has read every key and value of the run, so
+                // only an allocation can fail from here on.
+                (void)nuvex_decode_var32(nullptr, &offset_, src_, size_);
+            }
+            const int rc = read<K>(array[i]);
+            if (rc != MIVO_NO_ERROR) {
+                return rc;
+            }
+        }
+        F::mark(r, true);
+        return MIVO_NO_ERROR;
+    }
+
+    template <class F, class R>
+    int member(R &r, unsigned wire_type)
+    {
+        using K = typename F::kind;
+        if (wire_type != K::wire_type) {
+            return MIVO_ERROR_WRONG_TYPE;
+        }
+        if constexpr (K::repeated) {
+            return repeated<F>(r);
+        } else {
+            auto &value = F::value(r);
+            if constexpr (K::elem == element::string) {
+                if (value != nullptr) {
+                    return MIVO_ERROR_GARBLED;
+                }
+                if (alloc_ == nullptr) {
+                    return MIVO_ERROR_ALLOC_FAILED;
+                }
+            } else if constexpr (K::elem == element::bytes) {
+                if (value.data != nullptr) {
+                    return MIVO_ERROR_GARBLED;
+                }
+                if (!shared() && alloc_ == nullptr) {
+                    return MIVO_ERROR_ALLOC_FAILED;
+                }
+            }
+            const int rc = read<K>(value);
+            if (rc != MIVO_NO_ERROR) {
+                return rc;
+            }
+            F::mark(r, true);
+            return MIVO_NO_ERROR;
+        }
+    }
+
+    const uint8_t *src_;
+    size_t size_;
+    size_t offset_ = 0;
+    mivo_alloc_t *alloc_;
+    void *token_;
+    mivo_flags flags_;
+};
+
+// The catalogue's entry point: every member back to its default first.
+template <class R>
+int decode(R &dest, const uint8_t *source, size_t size, mivo_alloc_t *alloc, void *token, mivo_flags flags)
+{
+    description<R>::init(&dest);
+    decoder d(source, size, alloc, token, flags);
+    return d.fields(dest);
+}
+
+} // namespace nuvex

@@ -1,0 +1,114 @@
+// How a record is described to the codec: its members in order, each with a
+// kind and generic accessors, numbered by position at compile time. The four
+// operations are written once over these descriptions and instantiated per
+// record, so every entry point is straight-line code with constant keys.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "nuvex.h"
+#include "nuvex_record.h"
+
+namespace nuvex {
+
+// What a member's elements are on the wire and in memory.
+enum class element {
+    varint32, // uint32, int32 (its two's-complement pattern) and enumerations
+    boolean,  // one byte, sent as stored, read back as 0 or 1
+    varint64,
+    string,   // NUL-terminated, always copied
+    bytes,    // struct mivo_bytes, copied or shared with the caller
+    eid,      // entity identifier, coded by the sibling library
+    message,  // a record nested inside another, coded by this engine
+};
+
+template <element E, bool Repeated>
+struct kind_of {
+    static constexpr element elem = E;
+    static constexpr bool repeated = Repeated;
+    static constexpr unsigned wire_type =
+        (E == element::varint32 || E == element::boolean || E == element::varint64) ? NUVEX_TYPE_VARINT
+                                                                                      : NUVEX_TYPE_LENGTH;
+};
+
+// The kind names used by the field lists.
+namespace kind {
+using UINT32 = kind_of<element::varint32, false>;
+using ENUM = kind_of<element::varint32, false>;
+using INT32 = kind_of<element::varint32, false>;
+using BOOL = kind_of<element::boolean, false>;
+using UINT64 = kind_of<element::varint64, false>;
+using STRING = kind_of<element::string, false>;
+using BYTES = kind_of<element::bytes, false>;
+using EID = kind_of<element::eid, false>;
+using MESSAGE = kind_of<element::message, false>;
+using REP_UINT32 = kind_of<element::varint32, true>;
+using REP_INT32 = kind_of<element::varint32, true>;
+using REP_UINT64 = kind_of<element::varint64, true>;
+using REP_STRING = kind_of<element::string, true>;
+using REP_BYTES = kind_of<element::bytes, true>;
+using REP_MESSAGE = kind_of<element::message, true>;
+} // namespace kind
+
+// A member with its field number; Member supplies kind, label and accessors.
+template <unsigned Number, class Member>
+struct field : Member {
+    static_assert(Number >= 1 && Number <= 31, "keys are written with at most two bytes");
+    static constexpr unsigned number = Number;
+    static constexpr uint8_t key = static_cast<uint8_t>(Number << 3 | Member::kind::wire_type);
+};
+
+template <class... Fields>
+struct field_list {
+    static constexpr unsigned size = sizeof...(Fields);
+};
+
+template <class Sequence, class... Members>
+struct numbered;
+template <std::size_t... I, class... Members>
+struct numbered<std::index_sequence<I...>, Members...> {
+    using type = field_list<field<static_cast<unsigned>(I + 1), Members>...>;
+};
+
+template <class Record, class... Members>
+struct record_description {
+    using record = Record;
+    using fields = typename numbered<std::index_sequence_for<Members...>, Members...>::type;
+};
+
+// Specialised for every record by NUVEX_DESCRIBE_RECORD.
+template <class Record>
+struct description;
+
+// Calls fn.template operator()<Field>() for every field, in order.
+template <class Record, class Fn>
+constexpr void for_each_field(Fn &&fn)
+{
+    [&]<class... F>(field_list<F...>) { (fn.template operator()<F>(), ...); }(typename description<Record>::fields{});
+}
+
+} // namespace nuvex
+
+// Generic accessors for one member, usable on any record that has it.
+#define NUVEX_ACCESSOR(rec, KIND, name, ctype)                                              \
+    struct f_##name {                                                                       \
+        using kind = ::nuvex::kind::KIND;                                                   \
+        static constexpr const char *label = #name;                                         \
+        template <class R> static constexpr auto &value(R &r) { return r._##name; }         \
+        template <class R> static constexpr auto &count(R &r) { return r._##name##_count; } \
+        template <class R> static constexpr bool present(const R &r) { return r._have_##name; } \
+        template <class R> static constexpr void mark(R &r, bool on) { r._have_##name = on; } \
+    };
+#define NUVEX_LIST_ENTRY(rec, KIND, name, ctype) , nuvex_members::rec::f_##name
+
+#define NUVEX_DESCRIBE_RECORD(rec, FIELDS)                                                          \
+    namespace nuvex_members::rec {                                                                  \
+    FIELDS(NUVEX_ACCESSOR, rec)                                                                     \
+    }                                                                                               \
+    template <>                                                                                     \
+    struct nuvex::description<struct rec>                                                           \
+        : nuvex::record_description<struct rec FIELDS(NUVEX_LIST_ENTRY, rec)> {                    \
+        static void init(struct rec *r) { rec##_init(r); }                                          \
+    };
