@@ -96,6 +96,7 @@ constexpr void for_each_field(Fn &&fn)
     struct f_##name {                                                                       \
         using kind = ::nuvex::kind::KIND;                                                   \
         static constexpr const char *label = #name;                                         \
+        static constexpr const char *kind_name = #KIND;                                     \
         template <class R> static constexpr auto &value(R &r) { return r._##name; }         \
         template <class R> static constexpr auto &count(R &r) { return r._##name##_count; } \
         template <class R> static constexpr bool present(const R &r) { return r._have_##name; } \

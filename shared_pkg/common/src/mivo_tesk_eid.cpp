@@ -1,16 +1,11 @@
 // libmivo_tesk_eid: the entity-identifier codec. The identifier and its
 // nested records are described like catalogue records and run through the
 // same engine, so their wire form obeys the same rules.
-#include "mivo_tesk_eid_init.h"
+#include "mivo_tesk_eid_description.hpp"
 #include "nuvex/decode.hpp"
-#include "nuvex/description.hpp"
 #include "nuvex/duplicate.hpp"
 #include "nuvex/encode.hpp"
 #include "nuvex/release.hpp"
-
-NUVEX_DESCRIBE_RECORD(mivo_tesk_entity_subtype_un, MIVO_TESK_FIELDS_entity_subtype_un)
-NUVEX_DESCRIBE_RECORD(mivo_tesk_entity_tsi_st, MIVO_TESK_FIELDS_entity_tsi_st)
-NUVEX_DESCRIBE_RECORD(mivo_tesk_eid_st, MIVO_TESK_FIELDS_eid_st)
 
 size_t mivo_tesk_eid_st_encode_ext(const struct mivo_tesk_eid_st *source_p, uint8_t *dest_p, size_t dest_size,
                                    struct mivo_bytes *frags, unsigned int *frags_count_p, enum mivo_flags flags)
