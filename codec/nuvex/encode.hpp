@@ -106,7 +106,8 @@ public:
     }
 
     // A nested record of this engine is measured with a throw-away encoder,
-    // then written in place: bounded writes use absolute offsets.
+    // then written in place: bounded writes use absolute offsets. While only
+    // measuring, one pass is enough, which keeps deep nesting linear.
     template <class F, class Nested>
     void message(const Nested &nested)
     {
@@ -114,6 +115,10 @@ public:
         measure.fields(nested);
         key<F>();
         var32(static_cast<uint32_t>(measure.offset()));
+        if (dest_size_ == 0) {
+            offset_ += measure.offset();
+            return;
+        }
         encoder inner(dest_, dest_size_, nullptr, nullptr, flags_);
         inner.offset_ = offset_;
         inner.fields(nested);
