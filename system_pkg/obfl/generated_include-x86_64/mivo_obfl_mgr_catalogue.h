@@ -14,13 +14,24 @@
 #ifndef MIVO_OBFL_MGR_CATALOGUE_H
 #define MIVO_OBFL_MGR_CATALOGUE_H
 
-/* Fields 1-7 of every request from the unregistration on. */
-#define MIVO_REQUEST_HEAD(X, rec)                               \
+/* Fields 1-4 of every request that names its entities. */
+#define MIVO_ADDRESS_HEAD(X, rec)                               \
     X(rec, ENUM, version, enum mivo_obfl_ver_e)                 \
     X(rec, UINT32, timestamp, uint32_t)                         \
     X(rec, EID, tgt_eid, struct mivo_tesk_eid_st)               \
-    X(rec, EID, src_eid, struct mivo_tesk_eid_st)               \
+    X(rec, EID, src_eid, struct mivo_tesk_eid_st)
+
+/* Fields 1-7 of every request from the unregistration on. */
+#define MIVO_REQUEST_HEAD(X, rec)                               \
+    MIVO_ADDRESS_HEAD(X, rec)                                   \
     X(rec, UINT32, client_id, uint32_t)                         \
+    X(rec, BOOL, is_resend_msg, mivo_bool_t)                    \
+    X(rec, UINT32, seq_num, uint32_t)
+
+/* The registration and the management request: the request head without a
+ * client id, which the client does not have yet or the manager does not need. */
+#define MIVO_ANONYMOUS_HEAD(X, rec)                             \
+    MIVO_ADDRESS_HEAD(X, rec)                                   \
     X(rec, BOOL, is_resend_msg, mivo_bool_t)                    \
     X(rec, UINT32, seq_num, uint32_t)
 
@@ -56,12 +67,7 @@
     X(rec, UINT32, ha_role, uint32_t)
 
 #define MIVO_FIELDS_mgbl_request(X, rec)                        \
-    X(rec, ENUM, version, enum mivo_obfl_ver_e)                 \
-    X(rec, UINT32, timestamp, uint32_t)                         \
-    X(rec, EID, tgt_eid, struct mivo_tesk_eid_st)               \
-    X(rec, EID, src_eid, struct mivo_tesk_eid_st)               \
-    X(rec, BOOL, is_resend_msg, mivo_bool_t)                    \
-    X(rec, UINT32, seq_num, uint32_t)                           \
+    MIVO_ANONYMOUS_HEAD(X, rec)                                 \
     X(rec, ENUM, req_type, enum mivo_obfl_req_type_e)           \
     X(rec, ENUM, set_type, enum mivo_obfl_set_type_e)           \
     X(rec, ENUM, rec_type, enum mivo_obfl_rec_type_e)           \
@@ -85,12 +91,7 @@
 /* ---- service registration ---- */
 
 #define MIVO_FIELDS_svc_regn(X, rec)                            \
-    X(rec, ENUM, version, enum mivo_obfl_ver_e)                 \
-    X(rec, UINT32, timestamp, uint32_t)                         \
-    X(rec, EID, tgt_eid, struct mivo_tesk_eid_st)               \
-    X(rec, EID, src_eid, struct mivo_tesk_eid_st)               \
-    X(rec, BOOL, is_resend_msg, mivo_bool_t)                    \
-    X(rec, UINT32, seq_num, uint32_t)                           \
+    MIVO_ANONYMOUS_HEAD(X, rec)                                 \
     X(rec, STRING, svc_name, mivo_string_t)                     \
     X(rec, ENUM, svc_type, enum mivo_obfl_svc_type_e)           \
     X(rec, STRING, client_name, mivo_string_t)                  \
