@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Builds the library and runs the round-trip example (in build/, or
+# $BUILD_DIR; $JOBS sets the parallelism). Installs the Debian
+# packages it needs when they are missing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+packages=(cmake ninja-build gcc g++)
+
+ensure_packages() {
+    command -v dpkg >/dev/null || { echo "not a Debian system: install ${*} yourself" >&2; return 0; }
+    local missing=() p
+    for p in "$@"; do
+        dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+    done
+    ((${#missing[@]})) || return 0
+    local sudo=()
+    ((EUID == 0)) || sudo=(sudo)
+    echo "installing: ${missing[*]}"
+    "${sudo[@]}" apt-get update -q
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
+
+ensure_packages "${packages[@]}"
+
+# Tests off: the demo needs neither GoogleTest nor protobuf.
+build_dir=${BUILD_DIR:-build}
+cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=ON
+cmake --build "$build_dir" --parallel "${JOBS:-$(nproc)}" --target obfl_round_trip
+exec "$build_dir/examples/obfl_round_trip"
