@@ -18,7 +18,8 @@ public:
     static void *allocate(size_t size, void *token);
     static void release(void *pointer, void *token);
 
-    // Fail the k-th allocation from now on (1-based); 0 fails none.
+    // Fail the k-th allocation attempt made through this allocator (1-based,
+    // counted from its construction); 0 fails none.
     void fail_at(size_t k) { fail_at_ = k; }
 
     size_t allocations() const { return allocations_; } // successful ones
