@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Fuzzes all 37 decoders and the identifier decoder for SECONDS (default 120)
+# under AddressSanitizer and UndefinedBehaviorSanitizer, starting from seeds
+# that libprotobuf serialises, and prints libFuzzer's executions and coverage.
+# Any invariant violation or sanitizer report fails the run and leaves the
+# input in $build/fuzz/artifacts/: copy it into fuzz/regressions/.
+#   scripts/fuzz.sh [SECONDS]          (FUZZ_BUILD_DIR, FUZZ_JOBS to override)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-120}
+build=${FUZZ_BUILD_DIR:-build-fuzz}
+
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+  -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=OFF -DMIVO_BUILD_FUZZERS=ON \
+  -DMIVO_SANITIZE=address,undefined,fuzzer-no-link >/dev/null
+cmake --build "$build" --target obfl_decode_fuzzer fuzz_seed_corpus
+
+out=$build/fuzz
+[ -d "$out/seeds" ] || "$out/fuzz_seed_corpus" "$out/seeds" 16
+mkdir -p "$out/corpus" "$out/artifacts"
+echo "fuzzing for ${seconds}s; log in $out/last-run.log"
+status=0
+"$out/obfl_decode_fuzzer" "$out/corpus" "$out/seeds" fuzz/regressions \
+  -max_total_time="$seconds" -max_len=8192 -print_final_stats=1 -timeout=10 \
+  -artifact_prefix="$out/artifacts/" >"$out/last-run.log" 2>&1 || status=$?
+grep -E "^#[0-9]+[[:space:]]+DONE|^stat::number_of_executed_units|^stat::peak_rss|INFO: seed corpus|^==[0-9]+==ERROR|invariant violated" \
+  "$out/last-run.log" || true
+if [ "$status" -ne 0 ]; then
+  tail -n 40 "$out/last-run.log"
+  echo "fuzzing found a failure (exit $status); inputs in $out/artifacts/" >&2
+fi
+exit "$status"
