@@ -35,6 +35,22 @@ cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPL
 cmake --build "$build_dir" --parallel "$jobs"
 ctest --test-dir "$build_dir" --output-on-failure --no-tests=error --parallel "$jobs"
 
-# ---- further stages (sanitizers, valgrind, fuzzing) go here ---------------
+stage "AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite again"
+cmake --preset asan -B "${ASAN_BUILD_DIR:-build-asan}" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON
+cmake --build "${ASAN_BUILD_DIR:-build-asan}" --parallel "$jobs"
+ctest --test-dir "${ASAN_BUILD_DIR:-build-asan}" --output-on-failure --no-tests=error --parallel "$jobs"
+
+stage "ThreadSanitizer: many threads coding at once"
+tsan_dir=${TSAN_BUILD_DIR:-build-tsan}
+cmake -S . -B "$tsan_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIVO_SANITIZE=thread \
+  -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=OFF
+cmake --build "$tsan_dir" --parallel "$jobs" --target concurrency_test
+ctest --test-dir "$tsan_dir" --output-on-failure --no-tests=error -R '^Concurrency'
+
+stage "valgrind memcheck over the unit, property and differential tests"
+BUILD_DIR=$build_dir scripts/valgrind.sh
+
+stage "libFuzzer over every decoder, ${FUZZ_SECONDS:-120} s"
+scripts/fuzz.sh "${FUZZ_SECONDS:-120}"
 
 stage "all stages passed"
