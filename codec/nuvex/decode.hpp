@@ -170,14 +170,24 @@ private:
         }
     }
 
+    // Moves past a varint of any length without assembling its value.
+    int skip_varint()
+    {
+        for (size_t pos = offset_; pos < size_;) {
+            if ((src_[pos++] & 0x80u) == 0) {
+                offset_ = pos;
+                return MIVO_NO_ERROR;
+            }
+        }
+        return MIVO_ERROR_GARBLED;
+    }
+
     // Moves past one element without storing it (the pre-scan of a run).
     template <class K>
     int skip()
     {
-        if constexpr (K::elem == element::varint64) {
-            return nuvex_decode_var64(nullptr, &offset_, src_, size_);
-        } else if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
-            return nuvex_decode_var32(nullptr, &offset_, src_, size_);
+        if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
+            return skip_varint();
         } else {
             uint32_t len;
             if (length(len) != MIVO_NO_ERROR) {
@@ -214,6 +224,13 @@ private:
             if (offset_ >= size_) {
                 break;
             }
+            // The common case, the member's own one-byte key, needs no varint.
+            if constexpr (F::number < 16) {
+                if (src_[offset_] == F::key) {
+                    ++offset_;
+                    continue;
+                }
+            }
             uint32_t next;
             if (nuvex_decode_var32(&next, &offset_, src_, size_) != MIVO_NO_ERROR) {
                 return MIVO_ERROR_GARBLED;
@@ -237,7 +254,7 @@ private:
             if (i != 0) {
                 // The pre-scan has read every key and value of the run, so
                 // only an allocation can fail from here on.
-                (void)nuvex_decode_var32(nullptr, &offset_, src_, size_);
+                (void)skip_varint();
             }
             const int rc = read<K>(array[i]);
             if (rc != MIVO_NO_ERROR) {
