@@ -4,13 +4,9 @@
 # run, so a noisy machine affects every contender alike).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-need=()
-for p in cmake ninja-build g++ libbenchmark-dev libprotobuf-dev protobuf-compiler libprotobuf-c-dev protobuf-c-compiler pkg-config; do
-  dpkg -s "$p" >/dev/null 2>&1 || need+=("$p")
-done
-if [ ${#need[@]} -gt 0 ]; then
-  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${need[@]}"
-fi
+. scripts/packages.sh
+ensure_packages cmake ninja-build g++ libbenchmark-dev libprotobuf-dev protobuf-compiler \
+  libprotobuf-c-dev protobuf-c-compiler pkg-config
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMIVO_BUILD_BENCHMARKS=ON \
   -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build build-bench --target codec_bench

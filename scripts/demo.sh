@@ -7,19 +7,7 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build gcc g++)
 
-ensure_packages() {
-    command -v dpkg >/dev/null || { echo "not a Debian system: install ${*} yourself" >&2; return 0; }
-    local missing=() p
-    for p in "$@"; do
-        dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-    done
-    ((${#missing[@]})) || return 0
-    local sudo=()
-    ((EUID == 0)) || sudo=(sudo)
-    echo "installing: ${missing[*]}"
-    "${sudo[@]}" apt-get update -q
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
-}
+. scripts/packages.sh
 
 ensure_packages "${packages[@]}"
 

@@ -5,23 +5,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(cmake ninja-build gcc g++ pkg-config python3
+packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           libgtest-dev libprotobuf-dev protobuf-compiler
           clang-14 libclang-rt-14-dev valgrind)
 
-ensure_packages() {
-    command -v dpkg >/dev/null || { echo "not a Debian system: install ${*} yourself" >&2; return 0; }
-    local missing=() p
-    for p in "$@"; do
-        dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-    done
-    ((${#missing[@]})) || return 0
-    local sudo=()
-    ((EUID == 0)) || sudo=(sudo)
-    echo "installing: ${missing[*]}"
-    "${sudo[@]}" apt-get update -q
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
-}
+. scripts/packages.sh
 
 ensure_packages "${packages[@]}"
 jobs=${JOBS:-$(nproc)}
