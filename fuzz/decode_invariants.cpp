@@ -101,17 +101,24 @@ void check_released(const counting_allocator &a, const message_ops &m, const cha
     require(a.misuses() == 0, m, "release misused the allocator");
 }
 
+// The allocator a call gets: none at all, or the counting one.
+mivo_alloc_t *allocator_for(size_t fail_at)
+{
+    return fail_at == no_allocator ? nullptr : &counting_allocator::allocate;
+}
+
 void check_duplicate(const message_ops &m, const void *source, const std::vector<uint8_t> &plain, size_t fail_at)
 {
     counting_allocator a;
     a.fail_at(fail_at);
     mivo_test::record_storage copy;
-    const int rc = m.duplicate(&copy, source, &counting_allocator::allocate, &a);
+    const int rc = m.duplicate(&copy, source, allocator_for(fail_at), &a);
     require(rc == MIVO_NO_ERROR || rc == MIVO_ERROR_ALLOC_FAILED, m, "duplicate returned an undefined code");
     if (rc == MIVO_NO_ERROR) {
         require(encode(m, &copy) == plain, m, "a copy encodes differently from its source");
     } else {
-        require(fail_at != 0 && a.attempts() >= fail_at, m, "duplicate failed without a failed allocation");
+        require(fail_at == no_allocator || (fail_at != 0 && a.attempts() >= fail_at), m,
+                "duplicate failed without a failed allocation");
     }
     m.release(&copy, &counting_allocator::release, &a, MIVO_FLAGS_NONE);
     check_released(a, m, "a released copy still holds memory");
@@ -134,13 +141,16 @@ void check_one_input(const uint8_t *data, size_t size)
     counting_allocator a;
     a.fail_at(fail_at);
     mivo_test::record_storage record;
-    const int rc = m.decode(&record, wire.data(), wire.size(), &counting_allocator::allocate, &a, flags);
+    const int rc = m.decode(&record, wire.data(), wire.size(), allocator_for(fail_at), &a, flags);
     require(rc <= MIVO_NO_ERROR && rc >= MIVO_ERROR_ALLOC_FAILED, m, "decode returned an undefined code");
-    require(rc != MIVO_ERROR_ALLOC_FAILED || (fail_at != 0 && a.attempts() >= fail_at), m,
+    require(rc != MIVO_ERROR_ALLOC_FAILED || fail_at == no_allocator || (fail_at != 0 && a.attempts() >= fail_at), m,
             "decode reported a failed allocation that did not happen");
 
+    // A partly decoded record is still a consistent one (a failed member
+    // holds nothing, a half-filled list keeps its flag clear), so it must
+    // encode and copy like any other.
+    const std::vector<uint8_t> plain = encode(m, &record);
     if (rc == MIVO_NO_ERROR) {
-        const std::vector<uint8_t> plain = encode(m, &record);
         // The identifier codec reports no pieces by design: its bytes ride
         // in the enclosing message's inline piece.
         if (&m != &eid_ops) {
@@ -156,11 +166,10 @@ void check_one_input(const uint8_t *data, size_t size)
         require(encode(m, &second) == plain, m, "decode and encode are not a fixed point");
         m.release(&second, &counting_allocator::release, &again, MIVO_FLAGS_NONE);
         check_released(again, m, "a re-decoded record leaks");
-
-        check_duplicate(m, &record, plain, 0);
-        if (fail_at != 0) {
-            check_duplicate(m, &record, plain, fail_at);
-        }
+    }
+    check_duplicate(m, &record, plain, 0);
+    if (fail_at != 0) {
+        check_duplicate(m, &record, plain, fail_at);
     }
 
     m.release(&record, &counting_allocator::release, &a, flags);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include <google/protobuf/descriptor.h>
@@ -53,9 +54,10 @@ int main(int argc, char **argv)
             const std::string wire = t < messages.size()
                                          ? mivo_test::random_message_bytes(std::string(messages[t].name), seed)
                                          : identifier_wire(seed);
-            // Plain, shared, and with the 1st or 3rd allocation failing.
-            static const uint8_t controls[] = {0x00, 0x01, 0x02, 0x07};
-            write_seed(dir, t, v, controls[v % 4], wire);
+            // Plain, shared, with the 1st or 3rd allocation failing, and
+            // shared without an allocator.
+            static const uint8_t controls[] = {0x00, 0x01, 0x02, 0x07, 0xFF};
+            write_seed(dir, t, v, controls[v % std::size(controls)], wire);
         }
     }
     std::printf("%zu seeds written to %s\n", mivo_fuzz::target_count * per_target, dir.c_str());

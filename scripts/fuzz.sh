@@ -24,8 +24,12 @@ status=0
 "$out/obfl_decode_fuzzer" "$out/corpus" "$out/seeds" fuzz/regressions \
   -max_total_time="$seconds" -max_len=8192 -print_final_stats=1 -timeout=10 \
   -artifact_prefix="$out/artifacts/" >"$out/last-run.log" 2>&1 || status=$?
-grep -E "^#[0-9]+[[:space:]]+DONE|^stat::number_of_executed_units|^stat::peak_rss|INFO: seed corpus|^==[0-9]+==ERROR|invariant violated" \
+grep -E "^#[0-9]+[[:space:]]+DONE|^stat::number_of_executed_units|^stat::average_exec_per_sec|^stat::peak_rss|INFO: seed corpus|^==[0-9]+==ERROR|invariant violated" \
   "$out/last-run.log" || true
+# cov: counts edges reached; put it beside the number instrumented.
+total=$(sed -n 's/^INFO: Loaded [0-9]* modules *(\([0-9]*\) inline 8-bit counters).*/\1/p' "$out/last-run.log" | head -n 1)
+reached=$(sed -n 's/^#[0-9]*[[:space:]]*DONE *cov: \([0-9]*\).*/\1/p' "$out/last-run.log" | tail -n 1)
+[ -z "$total" ] || [ -z "$reached" ] || echo "edges reached: $reached of $total instrumented"
 if [ "$status" -ne 0 ]; then
   tail -n 40 "$out/last-run.log"
   echo "fuzzing found a failure (exit $status); inputs in $out/artifacts/" >&2

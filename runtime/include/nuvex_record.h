@@ -18,6 +18,12 @@
 
 #include "nuvex.h"
 
+/* An enumeration from its constant list CONSTANTS(C), which calls
+ * C(NAME, value) once per constant. */
+#define NUVEX_ENUM_CONSTANT(name, value) name = value,
+#define NUVEX_DECLARE_ENUM(ename, CONSTANTS) \
+    enum ename NUVEX_ENUM_BASE { CONSTANTS(NUVEX_ENUM_CONSTANT) };
+
 /* Member declarations, one per kind. */
 #define NUVEX_DECL_UINT32(name, ctype) ctype _##name;
 #define NUVEX_DECL_ENUM(name, ctype) ctype _##name;

@@ -24,7 +24,7 @@ constexpr int rounds = 200;
 // record it produced, re-encoded.
 struct outcome {
     int decode_rc = 0, shared_rc = 0, duplicate_rc = 0;
-    std::vector<uint8_t> decoded, shared, copied, from_source;
+    std::vector<uint8_t> decoded, shared, copied, from_source, gathered;
     size_t live_after_release = 0;
     bool operator==(const outcome &) const = default;
 };
@@ -34,6 +34,21 @@ std::vector<uint8_t> encode(const message_ops &m, const void *record)
     std::vector<uint8_t> out(m.encode(record, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
     m.encode(record, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE);
     return out;
+}
+
+// The shared-mode fragment list, joined: its byte-string pieces point
+// straight into the record that every thread reads.
+std::vector<uint8_t> gather(const message_ops &m, const void *record)
+{
+    unsigned count = 0;
+    std::vector<uint8_t> head(m.encode(record, nullptr, 0, nullptr, &count, MIVO_FLAG_SHARED));
+    std::vector<mivo_bytes> pieces(count);
+    m.encode(record, head.data(), head.size(), pieces.data(), &count, MIVO_FLAG_SHARED);
+    std::vector<uint8_t> joined;
+    for (const mivo_bytes &p : pieces) {
+        joined.insert(joined.end(), p.data, p.data + p.size);
+    }
+    return joined;
 }
 
 outcome one_pass(const message_ops &m, const std::string &input, const void *source)
@@ -49,12 +64,15 @@ outcome one_pass(const message_ops &m, const std::string &input, const void *sou
     o.shared = encode(m, &shared);
     o.copied = encode(m, &copy);
     o.from_source = encode(m, source);
+    o.gathered = gather(m, source);
     m.release(&plain, &counting_allocator::release, &a, MIVO_FLAGS_NONE);
     m.release(&shared, &counting_allocator::release, &a, MIVO_FLAG_SHARED);
     m.release(&copy, &counting_allocator::release, &a, MIVO_FLAGS_NONE);
     o.live_after_release = a.live() + a.misuses();
     return o;
 }
+
+mivo_flags source_flags(size_t i) { return i % 2 ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE; }
 
 TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
 {
@@ -66,12 +84,14 @@ TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
     for (size_t i = 0; i < messages.size(); ++i) {
         inputs.push_back(mivo_test::random_message_bytes(std::string(messages[i].name), 7000 + i));
         const auto *bytes = reinterpret_cast<const uint8_t *>(inputs[i].data());
+        // Half of the sources point into their input, which stays alive.
         ASSERT_EQ(messages[i].decode(&sources[i], bytes, inputs[i].size(), &counting_allocator::allocate,
-                                     &source_memory, MIVO_FLAGS_NONE),
+                                     &source_memory, source_flags(i)),
                   MIVO_NO_ERROR)
             << messages[i].name;
         expected.push_back(one_pass(messages[i], inputs[i], &sources[i]));
         ASSERT_EQ(expected.back().live_after_release, 0u) << messages[i].name;
+        ASSERT_EQ(expected.back().gathered, expected.back().from_source) << messages[i].name;
     }
 
     std::vector<size_t> mismatches(thread_count, 0);
@@ -97,7 +117,7 @@ TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
         EXPECT_EQ(mismatches[static_cast<size_t>(t)], 0u) << "thread " << t;
     }
     for (size_t i = 0; i < messages.size(); ++i) {
-        messages[i].release(&sources[i], &counting_allocator::release, &source_memory, MIVO_FLAGS_NONE);
+        messages[i].release(&sources[i], &counting_allocator::release, &source_memory, source_flags(i));
     }
     EXPECT_EQ(source_memory.live(), 0u);
 }

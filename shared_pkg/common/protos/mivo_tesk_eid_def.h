@@ -26,26 +26,30 @@ extern "C" {
 #define MIVO_TESK_EID_API
 #endif
 
-enum mivo_tesk_entity_type_en NUVEX_ENUM_BASE {
-    mivo_TESK_ENTITY_TYPE_OTHER = 1,
-    mivo_TESK_ENTITY_TYPE_UNKNOWN = 2,
-    mivo_TESK_ENTITY_TYPE_CHASSIS = 3,
-    mivo_TESK_ENTITY_TYPE_BACKPLANE = 4,
-    mivo_TESK_ENTITY_TYPE_CONTAINER = 5,
-    mivo_TESK_ENTITY_TYPE_POWERSUPPLY = 6,
-    mivo_TESK_ENTITY_TYPE_FAN = 7,
-    mivo_TESK_ENTITY_TYPE_SENSOR = 8,
-    mivo_TESK_ENTITY_TYPE_MODULE = 9,
-    mivo_TESK_ENTITY_TYPE_PORT = 10,
-    mivo_TESK_ENTITY_TYPE_STACK = 11,
-    mivo_TESK_ENTITY_TYPE_CPU = 12
-};
+#define MIVO_TESK_CONSTANTS_entity_type_en(C)                                \
+    C(mivo_TESK_ENTITY_TYPE_OTHER, 1)                                        \
+    C(mivo_TESK_ENTITY_TYPE_UNKNOWN, 2)                                      \
+    C(mivo_TESK_ENTITY_TYPE_CHASSIS, 3)                                      \
+    C(mivo_TESK_ENTITY_TYPE_BACKPLANE, 4)                                    \
+    C(mivo_TESK_ENTITY_TYPE_CONTAINER, 5)                                    \
+    C(mivo_TESK_ENTITY_TYPE_POWERSUPPLY, 6)                                  \
+    C(mivo_TESK_ENTITY_TYPE_FAN, 7)                                          \
+    C(mivo_TESK_ENTITY_TYPE_SENSOR, 8)                                       \
+    C(mivo_TESK_ENTITY_TYPE_MODULE, 9)                                       \
+    C(mivo_TESK_ENTITY_TYPE_PORT, 10)                                        \
+    C(mivo_TESK_ENTITY_TYPE_STACK, 11)                                       \
+    C(mivo_TESK_ENTITY_TYPE_CPU, 12)
 
 /* Sub-type codes are opaque 32-bit numbers to this codec: the platform's
  * inventory owns their meaning, and any value travels unchanged. */
-enum mivo_tesk_entity_subtype_en NUVEX_ENUM_BASE {
-    mivo_TESK_ENTITY_SUBTYPE_UNSPECIFIED = 0
-};
+#define MIVO_TESK_CONSTANTS_entity_subtype_en(C)                             \
+    C(mivo_TESK_ENTITY_SUBTYPE_UNSPECIFIED, 0)
+
+#define MIVO_TESK_EID_ENUMS(E)                                               \
+    E(mivo_tesk_entity_type_en, MIVO_TESK_CONSTANTS_entity_type_en)          \
+    E(mivo_tesk_entity_subtype_en, MIVO_TESK_CONSTANTS_entity_subtype_en)
+
+MIVO_TESK_EID_ENUMS(NUVEX_DECLARE_ENUM)
 
 #define MIVO_TESK_FIELDS_entity_subtype_un(X, rec)                           \
     X(rec, ENUM, subtype_other, enum mivo_tesk_entity_subtype_en)            \

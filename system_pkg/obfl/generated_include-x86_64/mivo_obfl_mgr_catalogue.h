@@ -43,6 +43,87 @@
     X(rec, UINT64, err_code, uint64_t)                          \
     X(rec, UINT32, r_msn, uint32_t)
 
+/* ---- enumerations ----
+ * Each MIVO_CONSTANTS_<enum>(C) lists its constants as C(NAME, value). */
+#define MIVO_CONSTANTS_obfl_ver_e(C)                            \
+    C(mivo_OBFL_CUR_VERSION, 1)
+
+#define MIVO_CONSTANTS_obfl_req_type_e(C)                       \
+    C(mivo_OBFL_MGBL_SET, 1)                                    \
+    C(mivo_OBFL_MGBL_GET, 2)                                    \
+    C(mivo_OBFL_MGBL_ERASE, 3)
+
+#define MIVO_CONSTANTS_obfl_set_type_e(C)                       \
+    C(mivo_OBFL_MGBL_SEV_EMERGENCY, 0)                          \
+    C(mivo_OBFL_MGBL_SEV_CRITICAL, 1)                           \
+    C(mivo_OBFL_MGBL_SEV_ALERT, 2)                              \
+    C(mivo_OBFL_MGBL_SEV_ALL, 3)                                \
+    C(mivo_OBFL_MGBL_LOGGING_DISABLE, 4)                        \
+    C(mivo_OBFL_MGBL_LOGGING_ENABLE, 5)                         \
+    C(mivo_OBFL_CCC_LOGGING_DISABLE, 6)                         \
+    C(mivo_OBFL_CCC_LOGGING_ENABLE, 7)
+
+#define MIVO_CONSTANTS_obfl_rec_type_e(C)                       \
+    C(mivo_OBFL_REC_ALL, 1)                                     \
+    C(mivo_OBFL_REC_UPTIME, 2)                                  \
+    C(mivo_OBFL_REC_INV, 3)                                     \
+    C(mivo_OBFL_REC_TEMP, 4)                                    \
+    C(mivo_OBFL_REC_VOLT, 5)                                    \
+    C(mivo_OBFL_REC_CURRENT, 6)                                 \
+    C(mivo_OBFL_REC_SYSLOG, 7)                                  \
+    C(mivo_OBFL_REC_CIH, 8)                                     \
+    C(mivo_OBFL_REC_ASIC_ERR, 9)                                \
+    C(mivo_OBFL_REC_FM, 10)                                     \
+    C(mivo_OBFL_REC_FPD, 11)                                    \
+    C(mivo_OBFL_REC_DIAG_RESULT, 12)                            \
+    C(mivo_OBFL_REC_DIAG_LOG, 13)                               \
+    C(mivo_OBFL_REC_FMEA, 14)                                   \
+    C(mivo_OBFL_REC_FABRIC, 15)                                 \
+    C(mivo_OBFL_REC_NVRAM, 16)                                  \
+    C(mivo_OBFL_REC_PRM, 17)                                    \
+    C(mivo_OBFL_REC_NP, 18)                                     \
+    C(mivo_OBFL_REC_FIA_ASIC_INIT_FAIL, 19)                     \
+    C(mivo_OBFL_REC_MAX, 20)
+
+#define MIVO_CONSTANTS_obfl_svc_type_e(C)                       \
+    C(mivo_OBFL_SVC_ALL, 0)                                     \
+    C(mivo_OBFL_SVC_UPTIME, 1)                                  \
+    C(mivo_OBFL_SVC_INV, 2)                                     \
+    C(mivo_OBFL_SVC_SENSOR, 3)                                  \
+    C(mivo_OBFL_SVC_SYSLOG, 4)                                  \
+    C(mivo_OBFL_SVC_CIH, 5)                                     \
+    C(mivo_OBFL_SVC_ASIC_ERR, 6)                                \
+    C(mivo_OBFL_SVC_FM, 7)                                      \
+    C(mivo_OBFL_SVC_FPD, 8)                                     \
+    C(mivo_OBFL_SVC_DIAG_RESULT, 9)                             \
+    C(mivo_OBFL_SVC_DIAG_LOG, 10)                               \
+    C(mivo_OBFL_SVC_FMEA, 11)                                   \
+    C(mivo_OBFL_SVC_FABRIC, 12)                                 \
+    C(mivo_OBFL_SVC_PRM, 13)                                    \
+    C(mivo_OBFL_SVC_NP, 14)                                     \
+    C(mivo_OBFL_SVC_FIA_ASIC_INIT_FAIL, 15)                     \
+    C(mivo_OBFL_SVC_MAX, 16)
+
+#define MIVO_CONSTANTS_obfl_sensor_type_e(C)                    \
+    C(mivo_OBFL_SENSOR_TEMP, 1)                                 \
+    C(mivo_OBFL_SENSOR_VOLT, 2)                                 \
+    C(mivo_OBFL_SENSOR_CURRENT, 3)
+
+#define MIVO_CONSTANTS_syslog_sev_e(C)                          \
+    C(mivo_OBFL_SYSLOG_SEV_EMERGENCY, 0)                        \
+    C(mivo_OBFL_SYSLOG_SEV_CRITICAL, 1)                         \
+    C(mivo_OBFL_SYSLOG_SEV_ALERT, 2)
+
+/* Every enumeration: E(enum name, constant list). */
+#define MIVO_OBFL_MGR_ENUMS(E)                                     \
+    E(mivo_obfl_ver_e, MIVO_CONSTANTS_obfl_ver_e)                  \
+    E(mivo_obfl_req_type_e, MIVO_CONSTANTS_obfl_req_type_e)        \
+    E(mivo_obfl_set_type_e, MIVO_CONSTANTS_obfl_set_type_e)        \
+    E(mivo_obfl_rec_type_e, MIVO_CONSTANTS_obfl_rec_type_e)        \
+    E(mivo_obfl_svc_type_e, MIVO_CONSTANTS_obfl_svc_type_e)        \
+    E(mivo_obfl_sensor_type_e, MIVO_CONSTANTS_obfl_sensor_type_e)  \
+    E(mivo_syslog_sev_e, MIVO_CONSTANTS_syslog_sev_e)
+
 /* ---- management ---- */
 
 #define MIVO_FIELDS_mgbl_hello(X, rec)                          \
