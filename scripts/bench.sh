@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 ensure_packages cmake ninja-build g++ libbenchmark-dev libprotobuf-dev protobuf-compiler \
-  libprotobuf-c-dev protobuf-c-compiler pkg-config
+  libprotobuf-c-dev protobuf-c-compiler pkg-config nlohmann-json3-dev libcli11-dev
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMIVO_BUILD_BENCHMARKS=ON \
   -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build build-bench --target codec_bench

@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           libgtest-dev libprotobuf-dev protobuf-compiler
+          nlohmann-json3-dev libcli11-dev
           clang-14 libclang-rt-14-dev valgrind)
 
 . scripts/packages.sh
