@@ -149,8 +149,8 @@ int guess(const settings &s)
     std::string out;
     for (const auto &c : found) {
         char line[160];
-        std::snprintf(line, sizeof line, "%-36s %2u members filled, %zu bytes skipped\n", c.msg->name, c.members_filled,
-                      c.bytes_skipped);
+        std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped\n", c.msg->name,
+                      c.members_filled, c.members_filled == 1 ? "" : "s", c.bytes_skipped);
         out += line;
     }
     std::cout << out << show(found.front().record, s.pretty) << '\n';

@@ -463,8 +463,26 @@ bool encode_entry(const json &in, const json_options &o, std::vector<uint8_t> &o
     return true;
 }
 
+// Enumeration members whose value is one of their constants: what guess
+// weighs when two messages fill as many members.
+template <class R>
+unsigned named_values(const R &r)
+{
+    unsigned n = 0;
+    nuvex::for_each_field<R>([&]<class F>() {
+        using V = member_t<R, F>;
+        if constexpr (std::is_enum_v<V>) {
+            for (const constant &c : enum_info<V>::constants) {
+                n += F::present(r) && c.value == static_cast<uint32_t>(F::value(r)) ? 1 : 0;
+            }
+        }
+    });
+    return n;
+}
+
 template <class R, auto Decode, auto Free>
-int decode_entry(std::span<const uint8_t> bytes, bool shared, const json_options &o, json &out, unsigned *filled)
+int decode_scored(std::span<const uint8_t> bytes, bool shared, const json_options &o, json &out, unsigned *filled,
+                  unsigned *named)
 {
     static constexpr uint8_t none[1] = {0};
     const mivo_flags flags = shared ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE;
@@ -475,9 +493,18 @@ int decode_entry(std::span<const uint8_t> bytes, bool shared, const json_options
         if (filled != nullptr) {
             *filled = members_present(r);
         }
+        if (named != nullptr) {
+            *named = named_values(r);
+        }
     }
     Free(&r, heap_free, nullptr, flags);
     return rc;
+}
+
+template <class R, auto Decode, auto Free>
+int decode_entry(std::span<const uint8_t> bytes, bool shared, const json_options &o, json &out, unsigned *filled)
+{
+    return decode_scored<R, Decode, Free>(bytes, shared, o, out, filled, nullptr);
 }
 
 template <class R>
@@ -500,6 +527,11 @@ std::string describe_entry()
             &to_json_entry<struct rec>, &describe_entry<struct rec>},
 
 const message catalogue[] = {MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_ENTRY)};
+
+// The same decoders with their enumeration score, in the same order.
+using scored_decoder = int (*)(std::span<const uint8_t>, bool, const json_options &, json &, unsigned *, unsigned *);
+#define OBFL_WIRE_SCORED(rec, FIELDS) &decode_scored<struct rec, rec##_decode_ext, rec##_free_ext>,
+const scored_decoder scored_decoders[] = {MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_SCORED)};
 
 // ---- the schema ----
 
@@ -642,23 +674,39 @@ std::string result_name(int result)
 std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const json_options &options)
 {
     std::vector<candidate> found;
-    for (const message &m : catalogue) {
-        candidate c{&m, 0, 0, {}};
-        if (m.decode(bytes, shared, options, c.record, &c.members_filled) == MIVO_NO_ERROR) {
-            c.bytes_skipped = bytes_skipped(bytes, m.member_count);
+    std::vector<unsigned> named;
+    for (size_t i = 0; i < std::size(catalogue); ++i) {
+        candidate c{&catalogue[i], 0, 0, {}};
+        unsigned n = 0;
+        if (scored_decoders[i](bytes, shared, options, c.record, &c.members_filled, &n) == MIVO_NO_ERROR) {
+            c.bytes_skipped = bytes_skipped(bytes, c.msg->member_count);
             found.push_back(std::move(c));
+            named.push_back(n);
         }
     }
-    std::stable_sort(found.begin(), found.end(), [](const candidate &a, const candidate &b) {
+    std::vector<size_t> order(found.size());
+    for (size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(), [&](size_t i, size_t j) {
+        const candidate &a = found[i];
+        const candidate &b = found[j];
         if (a.members_filled != b.members_filled) {
             return a.members_filled > b.members_filled;
         }
         if (a.bytes_skipped != b.bytes_skipped) {
             return a.bytes_skipped < b.bytes_skipped;
         }
+        if (named[i] != named[j]) {
+            return named[i] > named[j];
+        }
         return a.msg->member_count < b.msg->member_count; // the snugger fit
     });
-    return found;
+    std::vector<candidate> ranked;
+    for (size_t i : order) {
+        ranked.push_back(std::move(found[i]));
+    }
+    return ranked;
 }
 
 bool parse_hex(std::string_view text, std::vector<uint8_t> &out)

@@ -82,8 +82,9 @@ std::string proto_schema();
 std::string result_name(int result);
 
 // Which messages accept these bytes, best first: most members filled, then
-// fewest bytes skipped as fields the record does not define, then fewest
-// members in the record; ties keep catalogue order.
+// fewest bytes skipped as fields the record does not define, then most
+// enumeration members holding a named constant, then fewest members in the
+// record; ties keep catalogue order.
 struct candidate {
     const message *msg;
     unsigned members_filled;
