@@ -143,7 +143,8 @@ def check_round_trips():
         for name in names:
             record = {m: SAMPLE[kind] for _, m, kind, *_ in map(str.split, ok("describe", name).splitlines())}
             hexed = ok("encode", name, stdin=json.dumps(record)).strip()
-            assert json.loads(ok("decode", name, stdin=hexed)) == record, name
+            back = ok("decode", name, stdin=hexed)
+            assert json.loads(back) == record and ok("encode", name, stdin=back).strip() == hexed, name
             wire = bytes.fromhex(hexed)
             proto = ["--proto_path=" + tmp, "obfl.proto"]
             rc, text, err = run(PROTOC, "--decode=obfl." + name, *proto, stdin=wire, tool=False)
