@@ -5,12 +5,18 @@ include(CMakePackageConfigHelpers)
 
 set(MIVO_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/mivo_obfl_mgr)
 
-# Every header a caller can reach from mivo_obfl_mgr_def.h, flattened into one
-# directory so that one -I covers them all, in or out of the source tree.
-file(GLOB MIVO_PUBLIC_HEADERS CONFIGURE_DEPENDS
-  ${MIVO_RUNTIME_INCLUDE}/*.h
-  ${MIVO_EID_INCLUDE}/*.h
-  ${MIVO_CATALOGUE_INCLUDE}/*.h)
+# The public headers, flattened into one directory so that one -I covers them
+# all, in or out of the source tree. Named one by one: the record description
+# beside them is internal and stays out.
+set(MIVO_PUBLIC_HEADERS
+  ${MIVO_RUNTIME_INCLUDE}/nuvex.h
+  ${MIVO_RUNTIME_INCLUDE}/nuvex_encode.h
+  ${MIVO_RUNTIME_INCLUDE}/nuvex_decode.h
+  ${MIVO_RUNTIME_INCLUDE}/nuvex_duplicate.h
+  ${MIVO_EID_INCLUDE}/mivo_tesk_eid_def.h
+  ${MIVO_EID_INCLUDE}/mivo_tesk_eid_init.h
+  ${MIVO_CATALOGUE_INCLUDE}/mivo_obfl_mgr_def.h
+  ${MIVO_CATALOGUE_INCLUDE}/mivo_obfl_mgr_init.h)
 install(FILES ${MIVO_PUBLIC_HEADERS}
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mivo COMPONENT development)
 

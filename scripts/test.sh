@@ -8,7 +8,9 @@ cd "$(dirname "$0")/.."
 packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           libgtest-dev libprotobuf-dev protobuf-compiler
           nlohmann-json3-dev libcli11-dev
-          clang-14 libclang-rt-14-dev valgrind)
+          clang-14 libclang-rt-14-dev valgrind
+          dpkg-dev file lintian                        # the package test
+          libbenchmark-dev libprotobuf-c-dev protobuf-c-compiler)  # the clang build of everything
 
 . scripts/packages.sh
 
@@ -18,11 +20,19 @@ build_dir=${BUILD_DIR:-build}
 
 stage() { printf '\n==== %s\n' "$*"; }
 
-stage "default build: unit, differential, properties, concurrency, install, example"
+stage "default build: unit, differential, properties, concurrency, examples, packages"
 # The demo may have configured build/ with tests off; switch them back on.
 cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON
 cmake --build "$build_dir" --parallel "$jobs"
 ctest --test-dir "$build_dir" --output-on-failure --no-tests=error --parallel "$jobs"
+
+stage "clang 14: everything (benchmarks included) with warnings as errors, and the suite again"
+clang_dir=${CLANG_BUILD_DIR:-build-clang}
+cmake -S . -B "$clang_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 -DMIVO_WARNINGS_AS_ERRORS=ON \
+  -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON -DMIVO_BUILD_BENCHMARKS=ON
+cmake --build "$clang_dir" --parallel "$jobs"
+ctest --test-dir "$clang_dir" --output-on-failure --no-tests=error --parallel "$jobs"
 
 stage "AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite again"
 cmake --preset asan -B "${ASAN_BUILD_DIR:-build-asan}" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON

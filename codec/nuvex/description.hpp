@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "nuvex.h"
-#include "nuvex_record.h"
 
 namespace nuvex {
 

@@ -34,12 +34,10 @@ typedef void mivo_free_t(void *pointer, void *token);
  * unsigned type for enumerations without negative constants, so both
  * languages lay records out alike. */
 #ifdef __cplusplus
-#define NUVEX_ENUM_BASE : uint32_t
+enum mivo_flags : uint32_t {
 #else
-#define NUVEX_ENUM_BASE
+enum mivo_flags {
 #endif
-
-enum mivo_flags NUVEX_ENUM_BASE {
     MIVO_FLAGS_NONE = 0,
     /* Byte strings stay in the caller's memory: handed out as fragments when
      * encoding, pointed into the input when decoding, not released. */

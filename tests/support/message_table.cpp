@@ -1,5 +1,7 @@
 #include "message_table.hpp"
 
+#include "mivo_obfl_mgr_catalogue.h"
+
 #include <array>
 
 namespace mivo_test {

@@ -9,7 +9,6 @@
 #include "nuvex_decode.h"
 #include "nuvex_duplicate.h"
 #include "nuvex_encode.h"
-#include "nuvex_record.h"
 #include "mivo_tesk_eid_def.h"
 #include "mivo_tesk_eid_init.h"
 #include "mivo_obfl_mgr_def.h"

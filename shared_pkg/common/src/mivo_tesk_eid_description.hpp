@@ -1,7 +1,8 @@
 // The entity identifier's records as the codec engine sees them, expanded
-// from the field lists of mivo_tesk_eid_def.h.
+// from the same field lists as the public headers (catalogue/).
 #pragma once
 
+#include "mivo_tesk_eid_catalogue.h"
 #include "mivo_tesk_eid_init.h"
 #include "nuvex/description.hpp"
 

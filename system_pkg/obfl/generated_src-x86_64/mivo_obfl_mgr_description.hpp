@@ -2,6 +2,7 @@
 // expanded from the same field lists as the public record declarations.
 #pragma once
 
+#include "mivo_obfl_mgr_catalogue.h"
 #include "mivo_obfl_mgr_init.h"
 #include "nuvex/description.hpp"
 

@@ -1,11 +1,19 @@
 /*
- * The OBFL manager's message catalogue: every record, once.
+ * The OBFL manager's message catalogue: every record and enumeration, once.
+ * Internal to the build, never installed: the public headers
+ * mivo_obfl_mgr_def.h and mivo_obfl_mgr_init.h are written out from these
+ * lists by tools/headergen, and the codec engine expands the same lists
+ * (generated_src-x86_64/mivo_obfl_mgr_description.hpp), so the records that
+ * callers see and the wire form that the codec writes cannot drift apart.
  *
  * Each MIVO_FIELDS_<message>(X, rec) lists the record's members in
  * declaration order as X(rec, KIND, name, ctype); a member's field number is
- * its position in the list. The record declarations, the initialisers, the
- * four codec operations and the command-line tool are all expanded from these
- * lists, so nothing else restates a member. Kinds: see nuvex_record.h.
+ * its position in the list. KIND is one of UINT32, ENUM, BOOL, INT32, UINT64,
+ * STRING, BYTES, EID (the sibling library's identifier), MESSAGE (a record
+ * nested by value) or REP_<element kind> for a repeated member, which the
+ * record holds as a pointer to constant elements followed by an unsigned int
+ * _<name>_count. After the members a record holds one 1-bit _have_<name>
+ * presence flag per member, in the same order.
  *
  * Records that share a shape share their list: the request head, the reply
  * head, the three environment threshold requests and the two syslog/string
