@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           libgtest-dev libprotobuf-dev protobuf-compiler
-          clang-14 libclang-rt-14-dev valgrind)
+          clang-14 libclang-rt-14-dev valgrind
+          libbenchmark-dev libprotobuf-c-dev protobuf-c-compiler libnanopb-dev nanopb)
 
 . scripts/packages.sh
 
@@ -22,6 +23,11 @@ stage "default build: unit, differential, properties, concurrency, install, exam
 cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON
 cmake --build "$build_dir" --parallel "$jobs"
 ctest --test-dir "$build_dir" --output-on-failure --no-tests=error --parallel "$jobs"
+
+stage "benchmark: builds, cross-checks every contender's bytes, one smoke iteration (timings not judged)"
+cmake -B "$build_dir" -DMIVO_BUILD_BENCHMARKS=ON
+cmake --build "$build_dir" --parallel "$jobs" --target codec_bench
+"$build_dir"/bench/codec_bench --benchmark_min_time=0.000001 >/dev/null
 
 stage "AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite again"
 cmake --preset asan -B "${ASAN_BUILD_DIR:-build-asan}" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON
