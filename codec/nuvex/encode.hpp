@@ -11,6 +11,7 @@
 #pragma once
 
 #include <bit>
+#include <cstdint>
 #include <cstring>
 #include <type_traits>
 
@@ -57,7 +58,45 @@ inline uint8_t *put_key(uint8_t *p)
     return p;
 }
 
-template <bool Counting>
+// The largest encoding of a record whose members all have a bounded size
+// (numbers and nested records of numbers), or SIZE_MAX for any other.
+template <class R>
+constexpr size_t largest_encoding();
+
+template <class R, class F>
+constexpr size_t largest_member()
+{
+    using K = typename F::kind;
+    if constexpr (K::repeated) {
+        return SIZE_MAX;
+    } else if constexpr (K::elem == element::varint32 || K::elem == element::boolean) {
+        return key_size<F> + 5;
+    } else if constexpr (K::elem == element::varint64) {
+        return key_size<F> + 10;
+    } else if constexpr (K::elem == element::message) {
+        using N = std::remove_cvref_t<decltype(F::value(std::declval<R &>()))>;
+        constexpr size_t n = largest_encoding<N>();
+        return n == SIZE_MAX ? SIZE_MAX : key_size<F> + 5 + n;
+    } else {
+        return SIZE_MAX;
+    }
+}
+
+template <class R>
+constexpr size_t largest_encoding()
+{
+    return []<class... F>(field_list<F...>) {
+        size_t total = 0;
+        for (size_t m : {size_t{0}, largest_member<R, F>()...}) {
+            total = (m == SIZE_MAX || total == SIZE_MAX) ? SIZE_MAX : total + m;
+        }
+        return total;
+    }(typename description<R>::fields{});
+}
+
+// Counting: only measure. Roomy: the buffer is known to hold the largest
+// encoding of the whole record, so not even the per-member check is needed.
+template <bool Counting, bool Roomy = false>
 class encoder {
 public:
     encoder(uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p, mivo_flags flags)
@@ -118,7 +157,7 @@ public:
     {
         if constexpr (Counting) {
             offset_ += key_size<F> + varint_size(value);
-        } else if (room() >= key_size<F> + (Wide ? 10 : 5)) {
+        } else if (Roomy || room() >= key_size<F> + (Wide ? 10 : 5)) {
             uint8_t *p = put_key<F>(dest_ + offset_);
             if constexpr (Wide) {
                 p = put_var64(p, value);
@@ -233,11 +272,13 @@ public:
             offset_ += measure.offset();
         } else if (dest_size_ == 0) {
             offset_ += measure.offset();
+        } else if (constexpr size_t largest = largest_encoding<Nested>();
+                   largest != SIZE_MAX && (Roomy || room() >= largest)) {
+            encoder<false, true> inner(dest_, dest_size_, nullptr, nullptr, flags_);
+            offset_ = inner.fields_at(offset_, nested);
         } else {
             encoder inner(dest_, dest_size_, nullptr, nullptr, flags_);
-            inner.offset_ = offset_;
-            inner.fields(nested);
-            offset_ = inner.offset_;
+            offset_ = inner.fields_at(offset_, nested);
         }
     }
 
@@ -334,6 +375,15 @@ public:
         }
     }
 
+    // Writes a nested record from an absolute offset; returns the end.
+    template <class R>
+    size_t fields_at(size_t offset, const R &r)
+    {
+        offset_ = offset;
+        fields(r);
+        return offset_;
+    }
+
     template <class R>
     void fields(const R &r)
     {
@@ -375,6 +425,13 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
         encoder<true> e(nullptr, 0, nullptr, nullptr, flags);
         e.fields(source);
         return e.offset();
+    }
+    if constexpr (largest_encoding<R>() != SIZE_MAX) {
+        if (dest_size >= largest_encoding<R>() && frags_count_p == nullptr) {
+            encoder<false, true> e(dest, dest_size, nullptr, nullptr, flags);
+            e.fields(source);
+            return e.offset();
+        }
     }
     encoder<false> e(dest, dest_size, frags, frags_count_p, flags);
     e.fields(source);
