@@ -95,8 +95,7 @@ for op in ops:
     rows = [w for w in workloads if "ours" in t.get((w, op), {})]
     if not rows:
         continue
-    cols = sorted({k for w in rows for k in t[(w, op)] if k != "ours"} |
-                  ({k for w in rows for k in peers(w, op)} if op != "decode_shared" else set()))
+    cols = sorted({k for w in rows for k in t[(w, op)] if k != "ours"} | {k for w in rows for k in peers(w, op)})
     extra = op == "encode"
     print(f"## {title[op]}\n")
     print("| workload | ours | " + " | ".join(cols) + " | fastest peer | ratio | target | met |" +
