@@ -80,7 +80,7 @@ private:
             return MIVO_ERROR_ALLOC_FAILED;
         }
         out = copy;
-        std::memcpy(copy, src_ + offset_, len);
+        copy_bytes(reinterpret_cast<uint8_t *>(copy), src_ + offset_, len);
         copy[len] = '\0';
         offset_ += len;
         return MIVO_NO_ERROR;

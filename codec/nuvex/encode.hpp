@@ -187,9 +187,7 @@ public:
             if (r >= key_size<F> + 5 && len <= r - (key_size<F> + 5)) {
                 uint8_t *p = put_key<F>(dest_ + offset_);
                 p = put_var32(p, static_cast<uint32_t>(len));
-                if (len != 0) {
-                    std::memcpy(p, data, len);
-                }
+                copy_bytes(p, data, len);
                 offset_ = static_cast<size_t>(p - dest_) + len;
                 return;
             }
