@@ -258,10 +258,24 @@ public:
     }
 
     // A nested record of this engine is measured by the counting pass, then
-    // written in place: bounded writes use absolute offsets.
+    // written in place: bounded writes use absolute offsets. One whose
+    // largest encoding is below 128 bytes has a one-byte length whatever it
+    // holds; when that largest encoding fits, the record is written straight
+    // after the byte reserved for its length, which is filled in last.
     template <class F, class Nested>
     void message(const Nested &nested)
     {
+        constexpr size_t largest = largest_encoding<Nested>();
+        if constexpr (!Counting && largest < 128) {
+            if (Roomy || room() >= key_size<F> + 1 + largest) {
+                uint8_t *length = put_key<F>(dest_ + offset_);
+                const size_t start = static_cast<size_t>(length - dest_) + 1;
+                encoder<false, true> inner(dest_, dest_size_, nullptr, nullptr, flags_);
+                offset_ = inner.fields_at(start, nested);
+                *length = static_cast<uint8_t>(offset_ - start);
+                return;
+            }
+        }
         encoder<true> measure(nullptr, 0, nullptr, nullptr, flags_);
         measure.fields(nested);
         key<F>();
@@ -270,8 +284,7 @@ public:
             offset_ += measure.offset();
         } else if (dest_size_ == 0) {
             offset_ += measure.offset();
-        } else if (constexpr size_t largest = largest_encoding<Nested>();
-                   largest != SIZE_MAX && (Roomy || room() >= largest)) {
+        } else if (largest != SIZE_MAX && (Roomy || room() >= largest)) {
             encoder<false, true> inner(dest_, dest_size_, nullptr, nullptr, flags_);
             offset_ = inner.fields_at(offset_, nested);
         } else {
