@@ -10,7 +10,6 @@
 // member that meets the end of a short buffer goes byte by byte.
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -21,8 +20,14 @@
 
 namespace nuvex {
 
-// Encoded size of a varint, from the position of its highest set bit.
-constexpr size_t varint_size(uint64_t v) { return (static_cast<size_t>(std::bit_width(v | 1)) * 9 + 64) / 64; }
+// Encoded size of a varint, from the index of its highest set bit (one
+// bit-scan and a multiply-shift: index 0-6 gives 1, 7-13 gives 2, ... 63
+// gives 10).
+constexpr size_t varint_size(uint64_t v)
+{
+    const unsigned top = 63u ^ static_cast<unsigned>(__builtin_clzll(v | 1));
+    return (top * 9 + 73) >> 6;
+}
 
 // Unchecked stores for when the room left is known to suffice.
 inline uint8_t *put_var32(uint8_t *p, uint32_t v)
