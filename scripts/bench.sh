@@ -160,7 +160,7 @@ with open(sys.argv[3], "w") as f:
 PY
 
 gnuplot <<EOF
-set terminal pngcairo size 1200,520 font ",10"
+set terminal pngcairo size 1200,520 font ",10" noenhanced
 set output "docs/benchmarks.png"
 set title "Ours vs the fastest peer (median ratio, above 1 = faster)"
 set style data histograms
