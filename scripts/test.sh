@@ -10,7 +10,7 @@ packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           nlohmann-json3-dev libcli11-dev
           clang-14 libclang-rt-14-dev valgrind
           dpkg-dev file lintian                        # the package test
-          libbenchmark-dev libprotobuf-c-dev protobuf-c-compiler)  # the clang build of everything
+          libbenchmark-dev libprotobuf-c-dev protobuf-c-compiler libnanopb-dev nanopb)  # the benchmark
 
 . scripts/packages.sh
 
@@ -33,6 +33,9 @@ cmake -S . -B "$clang_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON -DMIVO_BUILD_BENCHMARKS=ON
 cmake --build "$clang_dir" --parallel "$jobs"
 ctest --test-dir "$clang_dir" --output-on-failure --no-tests=error --parallel "$jobs"
+
+stage "benchmark: cross-checks every contender's bytes, one smoke iteration (timings not judged)"
+"$clang_dir"/bench/codec_bench --benchmark_min_time=0.000001 >/dev/null
 
 stage "AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite again"
 cmake --preset asan -B "${ASAN_BUILD_DIR:-build-asan}" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON

@@ -80,7 +80,7 @@ private:
             return MIVO_ERROR_ALLOC_FAILED;
         }
         out = copy;
-        std::memcpy(copy, src_ + offset_, len);
+        copy_bytes(reinterpret_cast<uint8_t *>(copy), src_ + offset_, len);
         copy[len] = '\0';
         offset_ += len;
         return MIVO_NO_ERROR;
@@ -182,6 +182,37 @@ private:
         return MIVO_ERROR_GARBLED;
     }
 
+    // A varint whose end is already known to lie inside the input. Bytes
+    // past the tenth shift out of the value, as in the bounded readers, and
+    // the low 32 bits are what the 32-bit reader would give.
+    uint64_t trusted_varint()
+    {
+        const uint8_t *p = src_ + offset_;
+        uint64_t value = 0;
+        unsigned shift = 0;
+        uint8_t byte;
+        do {
+            byte = *p++;
+            if (shift < 64) {
+                value |= uint64_t{byte & 0x7Fu} << shift;
+            }
+            shift += 7;
+        } while (byte & 0x80u);
+        offset_ = static_cast<size_t>(p - src_);
+        return value;
+    }
+
+    // The key of the next element of a run, already checked by the pre-scan.
+    template <class F>
+    void skip_key()
+    {
+        if (F::number < 16 && src_[offset_] == F::key) {
+            ++offset_;
+        } else {
+            (void)trusted_varint();
+        }
+    }
+
     // Moves past one element without storing it (the pre-scan of a run).
     template <class K>
     int skip()
@@ -250,15 +281,30 @@ private:
         }
         F::value(r) = array;
         F::count(r) = count;
-        for (unsigned i = 0; i < count; ++i) {
-            if (i != 0) {
-                // The pre-scan has read every key and value of the run, so
-                // only an allocation can fail from here on.
-                (void)skip_varint();
+        if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
+            // The pre-scan has found the end of every key and value of the
+            // run inside the input, so they are walked without bounds checks.
+            for (unsigned i = 0; i < count; ++i) {
+                if (i != 0) {
+                    skip_key<F>();
+                }
+                const uint64_t v = trusted_varint();
+                if constexpr (K::elem == element::boolean) {
+                    array[i] = static_cast<uint32_t>(v) != 0; // as the 32-bit reader sees it
+                } else {
+                    array[i] = static_cast<E>(v); // 32-bit members keep the low 32 bits
+                }
             }
-            const int rc = read<K>(array[i]);
-            if (rc != MIVO_NO_ERROR) {
-                return rc;
+        } else {
+            for (unsigned i = 0; i < count; ++i) {
+                if (i != 0) {
+                    // Only an allocation can fail from here on.
+                    skip_key<F>();
+                }
+                const int rc = read<K>(array[i]);
+                if (rc != MIVO_NO_ERROR) {
+                    return rc;
+                }
             }
         }
         F::mark(r, true);

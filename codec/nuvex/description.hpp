@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "nuvex.h"
@@ -76,6 +77,30 @@ struct record_description {
     using record = Record;
     using fields = typename numbered<std::index_sequence_for<Members...>, Members...>::type;
 };
+
+// Copies n bytes; short strings (names, versions) are copied inline with
+// overlapping fixed-size moves instead of a call into the C library. Every
+// operation copies strings, so they all share it.
+inline void copy_bytes(uint8_t *d, const void *source, size_t n)
+{
+    const auto *s = static_cast<const uint8_t *>(source);
+    if (n > 32) {
+        std::memcpy(d, s, n);
+    } else if (n >= 16) {
+        std::memcpy(d, s, 16);
+        std::memcpy(d + n - 16, s + n - 16, 16);
+    } else if (n >= 8) {
+        std::memcpy(d, s, 8);
+        std::memcpy(d + n - 8, s + n - 8, 8);
+    } else if (n >= 4) {
+        std::memcpy(d, s, 4);
+        std::memcpy(d + n - 4, s + n - 4, 4);
+    } else if (n != 0) {
+        d[0] = s[0];
+        d[n / 2] = s[n / 2];
+        d[n - 1] = s[n - 1];
+    }
+}
 
 // Specialised for every record by NUVEX_DESCRIBE_RECORD.
 template <class Record>

@@ -41,7 +41,7 @@ private:
             failed();
             return false;
         }
-        std::memcpy(copy, source, len);
+        copy_bytes(reinterpret_cast<uint8_t *>(copy), source, len);
         return true;
     }
 
