@@ -72,7 +72,7 @@ struct pb_arena_block {
 
 // ---- the workloads, filled completely in libprotobuf ------------------------
 
-void fill_eid(mivo_wire::tesk_eid_st *eid, uint32_t rack)
+void fill_eid(obfl::tesk_eid_st *eid, uint32_t rack)
 {
     eid->set_version(1);
     eid->set_rack_num(rack);
@@ -109,7 +109,7 @@ std::string text(size_t n, const char *stem)
 
 std::string w1()
 {
-    mivo_wire::log_syslog m;
+    obfl::log_syslog m;
     fill_head(m);
     m.set_svc_type(4);
     m.set_obfl_msg_id(77);
@@ -122,7 +122,7 @@ std::string w1()
 
 std::string w2()
 {
-    mivo_wire::log_bulk_env_sensor_info m;
+    obfl::log_bulk_env_sensor_info m;
     fill_head(m);
     m.set_sensor_type(1);
     m.set_num_sensors(64);
@@ -137,7 +137,7 @@ std::string w2()
 
 std::string w3(size_t data_size)
 {
-    mivo_wire::mgbl_request_done m;
+    obfl::mgbl_request_done m;
     m.set_version(1);
     m.set_timestamp(1700000000);
     m.set_err_code(0);
@@ -160,7 +160,7 @@ std::string w3(size_t data_size)
 
 std::string w4()
 {
-    mivo_wire::write_env_raw_record m;
+    obfl::write_env_raw_record m;
     fill_head(m);
     m.set_ramsize_k(8388608);
     m.set_sw_ver("7.11.1.34I");
@@ -179,7 +179,7 @@ std::string w4()
 
 std::string w5()
 {
-    mivo_wire::write_env_temp_thresholds m;
+    obfl::write_env_temp_thresholds m;
     fill_head(m);
     m.set_sampling_freq(60);
     m.set_max_time_for_logging(3600);
@@ -194,7 +194,7 @@ std::string w5()
 
 std::string w6()
 {
-    mivo_wire::mgbl_hello_done m;
+    obfl::mgbl_hello_done m;
     m.set_version(1);
     m.set_timestamp(1700000000);
     m.set_err_code(0x123456789ULL);
@@ -204,7 +204,7 @@ std::string w6()
 
 std::string w7()
 {
-    mivo_wire::log_diag_record m;
+    obfl::log_diag_record m;
     fill_head(m);
     m.set_svc_type(3);
     m.set_rec_type(4);
@@ -223,7 +223,7 @@ std::string w7()
 
 std::string w8()
 {
-    mivo_wire::mgbl_notify_locations m;
+    obfl::mgbl_notify_locations m;
     m.set_version(1);
     m.set_timestamp(1700000000);
     m.set_primary_scope(2);
@@ -264,12 +264,12 @@ template <class N>
 void npb_for_encode(N &)
 {
 }
-void npb_for_decode(mivo_wire_mgbl_request_done &m, npb_blob *blob)
+void npb_for_decode(obfl_mgbl_request_done &m, npb_blob *blob)
 {
     m.data.funcs.decode = npb_blob_decode;
     m.data.arg = blob;
 }
-void npb_for_encode(mivo_wire_mgbl_request_done &m) { m.data.funcs.encode = npb_blob_encode; }
+void npb_for_encode(obfl_mgbl_request_done &m) { m.data.funcs.encode = npb_blob_encode; }
 
 // ---- one workload as every contender sees it --------------------------------
 
@@ -672,11 +672,11 @@ bool add(const char *name, std::string wire, contenders<Rec, Pb, Pbc, Npb> c, un
 
 // The functions of one message in every contender, by the names each gives it.
 #define PEERS(ours, pb, Pbc)                                                                            \
-    contenders<struct mivo_##ours, mivo_wire::pb, MivoWire__##Pbc, mivo_wire_##pb>                       \
+    contenders<struct mivo_##ours, obfl::pb, Obfl__##Pbc, obfl_##pb>                       \
     {                                                                                                    \
         mivo_##ours##_encode_ext, mivo_##ours##_decode_ext, mivo_##ours##_duplicate, mivo_##ours##_free_ext, \
-            mivo_wire__##pb##__get_packed_size, mivo_wire__##pb##__pack, mivo_wire__##pb##__pack_to_buffer, \
-            mivo_wire__##pb##__unpack, mivo_wire__##pb##__free_unpacked, mivo_wire_##pb##_fields          \
+            obfl__##pb##__get_packed_size, obfl__##pb##__pack, obfl__##pb##__pack_to_buffer, \
+            obfl__##pb##__unpack, obfl__##pb##__free_unpacked, obfl_##pb##_fields          \
     }
 
 } // namespace
