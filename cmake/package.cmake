@@ -9,6 +9,10 @@
 set(MIVO_DEB_RUNTIME libmivo-obfl-mgr${PROJECT_VERSION_MAJOR})
 set(MIVO_DEB_DEVELOPMENT libmivo-obfl-mgr-dev)
 set(MIVO_DEB_TOOLS mivo-obfl-tools)
+set(_mivo_components runtime development)
+if(MIVO_BUILD_TOOL)
+  list(APPEND _mivo_components tools)
+endif()
 set(MIVO_PACKAGE_CONTACT "mivo_obfl_mgr developers <mivo-obfl-mgr@example.org>"
   CACHE STRING "Maintainer field of the Debian packages")
 
@@ -20,7 +24,7 @@ find_program(MIVO_GZIP gzip)
 if(MIVO_GZIP)
   execute_process(COMMAND ${MIVO_GZIP} -n -9 -c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog
     OUTPUT_FILE ${_mivo_changelog})
-  foreach(component runtime development tools)
+  foreach(component ${_mivo_components})
     string(TOUPPER ${component} _up)
     install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright ${_mivo_changelog}
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${MIVO_DEB_${_up}} COMPONENT ${component})
@@ -35,7 +39,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL ${_mivo_components})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # obfl-wire links the libraries of the runtime package, which is not
