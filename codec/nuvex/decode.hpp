@@ -202,6 +202,27 @@ private:
         return value;
     }
 
+    // The same for a 32-bit element: only the first five bytes carry bits
+    // that survive, so the rest of a long (sign-extended) form is skipped
+    // without assembling anything.
+    uint32_t trusted_varint32()
+    {
+        const uint8_t *p = src_ + offset_;
+        uint32_t value = 0;
+        for (unsigned shift = 0; shift < 35; shift += 7) {
+            const uint8_t byte = *p++;
+            value |= uint32_t{byte & 0x7Fu} << shift;
+            if ((byte & 0x80u) == 0) {
+                offset_ = static_cast<size_t>(p - src_);
+                return value;
+            }
+        }
+        while (*p++ & 0x80u) {
+        }
+        offset_ = static_cast<size_t>(p - src_);
+        return value;
+    }
+
     // The key of the next element of a run, already checked by the pre-scan.
     template <class F>
     void skip_key()
@@ -288,11 +309,12 @@ private:
                 if (i != 0) {
                     skip_key<F>();
                 }
-                const uint64_t v = trusted_varint();
-                if constexpr (K::elem == element::boolean) {
-                    array[i] = static_cast<uint32_t>(v) != 0; // as the 32-bit reader sees it
+                if constexpr (K::elem == element::varint64) {
+                    array[i] = trusted_varint();
+                } else if constexpr (K::elem == element::boolean) {
+                    array[i] = trusted_varint32() != 0; // as the 32-bit reader sees it
                 } else {
-                    array[i] = static_cast<E>(v); // 32-bit members keep the low 32 bits
+                    array[i] = static_cast<E>(trusted_varint32()); // 32-bit members keep the low 32 bits
                 }
             }
         } else {

@@ -13,6 +13,18 @@
 
 namespace nuvex {
 
+// A record of numbers only (no pointers, no identifiers): its copy is its
+// bytes, values and flags alike, so one block copy does every member.
+template <class R>
+constexpr bool plain_record()
+{
+    return []<class... F>(field_list<F...>) {
+        return ((!F::kind::repeated && (F::kind::elem == element::varint32 || F::kind::elem == element::boolean ||
+                                         F::kind::elem == element::varint64)) &&
+                ...);
+    }(typename description<R>::fields{});
+}
+
 class duplicator {
 public:
     duplicator(mivo_alloc_t *alloc, void *token) : alloc_(alloc), token_(token) {}
@@ -22,6 +34,10 @@ public:
     template <class R>
     void fields(R &dest, const R &source)
     {
+        if constexpr (plain_record<R>()) {
+            std::memcpy(static_cast<void *>(&dest), &source, sizeof(R));
+            return;
+        }
         for_each_field<R>([&]<class F>() { member<F>(dest, source); });
     }
 

@@ -99,6 +99,41 @@ constexpr size_t largest_encoding()
     }(typename description<R>::fields{});
 }
 
+// The largest encoding of a record given its counts: repeated members of
+// bounded elements add their count times the element's largest. SIZE_MAX
+// when a member (string, byte string, identifier) has no bound.
+template <class R>
+constexpr bool bounded_but_repeats()
+{
+    return []<class... F>(field_list<F...>) {
+        return ((F::kind::repeated ? F::kind::elem != element::string && F::kind::elem != element::bytes
+                                   : largest_member<R, F>() != SIZE_MAX) &&
+                ...);
+    }(typename description<R>::fields{});
+}
+
+template <class R>
+size_t largest_encoding_of(const R &r)
+{
+    return [&]<class... F>(field_list<F...>) {
+        size_t total = 0;
+        (
+            [&] {
+                using K = typename F::kind;
+                if constexpr (!K::repeated) {
+                    total += largest_member<R, F>();
+                } else if constexpr (K::elem == element::message) {
+                    using N = std::remove_cvref_t<decltype(*F::value(r))>;
+                    total += size_t{F::count(r)} * (key_size<F> + 5 + largest_encoding<N>());
+                } else {
+                    total += size_t{F::count(r)} * (key_size<F> + (K::elem == element::varint64 ? 10 : 5));
+                }
+            }(),
+            ...);
+        return total;
+    }(typename description<R>::fields{});
+}
+
 // Counting: only measure. Roomy: the buffer is known to hold the largest
 // encoding of the whole record, so not even the per-member check is needed.
 template <bool Counting, bool Roomy = false>
@@ -444,6 +479,15 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
     }
     if constexpr (largest_encoding<R>() != SIZE_MAX) {
         if (dest_size >= largest_encoding<R>() && frags_count_p == nullptr) {
+            encoder<false, true> e(dest, dest_size, nullptr, nullptr, flags);
+            e.fields(source);
+            return e.offset();
+        }
+    }
+    if constexpr (largest_encoding<R>() == SIZE_MAX && bounded_but_repeats<R>()) {
+        // Repeated records of numbers (the identifier's chain): one check
+        // against the largest encoding for these counts, then no more.
+        if (frags_count_p == nullptr && dest_size >= largest_encoding_of(source)) {
             encoder<false, true> e(dest, dest_size, nullptr, nullptr, flags);
             e.fields(source);
             return e.offset();
