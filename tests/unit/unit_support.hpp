@@ -1,16 +1,11 @@
-// What the table drivers share: hex text <-> bytes, the rows of a table
-// file, one message's entry points and its JSON form side by side, and
-// records kept in zeroed storage.
+// What the table drivers share: hex text, table rows, a message's entry
+// points beside its JSON form, records in zeroed storage.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "counting_allocator.hpp"
 #include "mivo_tesk_eid_def.h"
@@ -27,17 +22,12 @@ inline constexpr mivo_alloc_t *alloc_cb = &counting_allocator::allocate;
 inline constexpr mivo_free_t *free_cb = &counting_allocator::release;
 inline const obfl_wire::json_options hex_bytes{true};
 
-// "08 01 6A" -> {0x08, 0x01, 0x6A}, and back.
-inline bytes hex(std::string_view text)
+inline bytes hex(std::string_view text) // "08 01 6A"
 {
     bytes out;
-    std::istringstream in{std::string(text)};
-    for (std::string byte; in >> byte;) {
-        out.push_back(static_cast<uint8_t>(std::stoul(byte, nullptr, 16)));
-    }
+    EXPECT_TRUE(obfl_wire::parse_hex(text, out)) << text;
     return out;
 }
-inline std::string to_hex(const uint8_t *p, size_t n) { return obfl_wire::to_hex({p, n}); }
 inline std::string to_hex(const bytes &b) { return obfl_wire::to_hex(b); }
 
 // One line of a table: its columns split at '|' and trimmed.
@@ -55,17 +45,14 @@ inline std::vector<row> read_table(const std::string &name)
     EXPECT_TRUE(in.good()) << "cannot read " << name;
     std::string text;
     for (int line = 1; std::getline(in, text); ++line) {
-        if (text.find_first_not_of(" \t") == std::string::npos || text[text.find_first_not_of(" \t")] == '#') {
+        if (text.empty() || text[0] == '#') {
             continue;
         }
         row r{line, {}};
-        std::istringstream cols(text);
+        std::istringstream cols(text + " "); // a trailing empty column too
         for (std::string c; std::getline(cols, c, '|');) {
             const auto b = c.find_first_not_of(" \t"), e = c.find_last_not_of(" \t");
             r.cols.push_back(b == std::string::npos ? std::string() : c.substr(b, e - b + 1));
-        }
-        if (text.back() == '|') {
-            r.cols.emplace_back();
         }
         rows.push_back(r);
     }
@@ -88,31 +75,33 @@ inline message find(const std::string &name)
     return {*ops, *js};
 }
 
-// Zeroed storage for a record of any message.
 struct record {
     mivo_test::record_storage storage{};
     void *get() { return storage.bytes; }
-    const void *get() const { return storage.bytes; }
 };
 
-// The JSON of a record described in a table, as the converter prints it
-// (enumeration names, 64-bit values as strings), and of a record in memory.
+// A record from a table's JSON (mem owns what it points at), and the JSON
+// of a record as the converter prints it (enumeration names, 64-bit values
+// as strings), so that a table's JSON compares in that form too.
+inline void fill(const message &m, const std::string &text, record &r, obfl_wire::arena &mem)
+{
+    std::string error;
+    EXPECT_TRUE(m.js.from_json(json::parse(text), r.get(), mem, hex_bytes, error)) << text << ": " << error;
+}
+inline json as_json(const message &m, const void *r) { return m.js.to_json(r, hex_bytes); }
 inline json canonical(const message &m, const std::string &text)
 {
     record r;
     obfl_wire::arena mem;
-    std::string error;
-    EXPECT_TRUE(m.js.from_json(json::parse(text), r.get(), mem, hex_bytes, error)) << text << ": " << error;
-    return m.js.to_json(r.get(), hex_bytes);
+    fill(m, text, r, mem);
+    return as_json(m, r.get());
 }
-inline json as_json(const message &m, const void *r) { return m.js.to_json(r, hex_bytes); }
 
 // Measures, then writes into a buffer of exactly that size.
-inline bytes encode(const message &m, const void *r, mivo_flags flags = MIVO_FLAGS_NONE)
+inline bytes encode(const message &m, const void *r)
 {
-    const size_t n = m.ops.encode(r, nullptr, 0, nullptr, nullptr, flags);
-    bytes out(n);
-    EXPECT_EQ(m.ops.encode(r, out.data(), out.size(), nullptr, nullptr, flags), n);
+    bytes out(m.ops.encode(r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
+    EXPECT_EQ(m.ops.encode(r, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), out.size());
     return out;
 }
 
@@ -131,11 +120,6 @@ inline std::vector<size_t> sizes(const std::string &text)
     return out;
 }
 
-// A table's result column ("GARBLED") as the converter names the code.
-inline std::string result(const std::string &name)
-{
-    return name == "NO_ERROR" ? "MIVO_NO_ERROR" : "MIVO_ERROR_" + name;
-}
 
 // An allocator set up by a table's flags column: "fail@N" fails the N-th
 // allocation; "noalloc" passes no allocator at all.
@@ -152,6 +136,21 @@ inline void expect_no_leak(const counting_allocator &heap)
 {
     EXPECT_EQ(heap.live(), 0u) << "leaked";
     EXPECT_EQ(heap.misuses(), 0u);
+}
+
+// Columns 3 to 5 of a refused-input or copy row: the result code's name
+// ("GARBLED"), the record afterwards in JSON and, when given, the sizes
+// asked of the allocator. Then the record is released, leaving nothing live.
+inline void expect_outcome(const message &m, const row &row, int rc, record &r, counting_allocator &heap,
+                           mivo_flags release_flags)
+{
+    EXPECT_EQ(obfl_wire::result_name(rc), row.col(3) == "NO_ERROR" ? "MIVO_NO_ERROR" : "MIVO_ERROR_" + row.col(3));
+    EXPECT_EQ(as_json(m, r.get()), canonical(m, row.col(4)));
+    if (!row.col(5).empty()) {
+        EXPECT_EQ(heap.sizes(), sizes(row.col(5)));
+    }
+    m.ops.release(r.get(), free_cb, &heap, release_flags);
+    expect_no_leak(heap);
 }
 
 } // namespace unit

@@ -79,8 +79,7 @@ TEST(WorkedExamples, EncodeDecodeCopyRelease)
         const bytes expected = hex(row.col(2));
         record built;
         obfl_wire::arena mem;
-        std::string error;
-        ASSERT_TRUE(m.js.from_json(json::parse(row.col(1)), built.get(), mem, hex_bytes, error)) << error;
+        fill(m, row.col(1), built, mem);
 
         EXPECT_EQ(m.ops.encode(built.get(), nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE), expected.size());
         EXPECT_EQ(to_hex(encode(m, built.get())), to_hex(expected));
