@@ -1,104 +1,134 @@
-// Small helpers shared by the unit tests: hex text <-> bytes, measuring
-// encodes, type-erased records, and a release callback that logs its calls.
+// What the table drivers share: hex text, table rows, a message's entry
+// points beside its JSON form, records in zeroed storage.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <functional>
+#include <fstream>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "counting_allocator.hpp"
+#include "mivo_tesk_eid_def.h"
 #include "message_table.hpp"
-#include "mivo_obfl_mgr_def.h"
-#include "mivo_obfl_mgr_init.h"
+#include "record_json.hpp"
 
 namespace unit {
 
 using bytes = std::vector<uint8_t>;
+using json = obfl_wire::json;
 using mivo_test::counting_allocator;
 
 inline constexpr mivo_alloc_t *alloc_cb = &counting_allocator::allocate;
 inline constexpr mivo_free_t *free_cb = &counting_allocator::release;
+inline const obfl_wire::json_options hex_bytes{true};
 
-// "08 01 6A" -> {0x08, 0x01, 0x6A}, and back.
-inline bytes hex(std::string_view text)
+inline bytes hex(std::string_view text) // "08 01 6A"
 {
     bytes out;
-    std::istringstream in{std::string(text)};
-    for (std::string byte; in >> byte;) {
-        out.push_back(static_cast<uint8_t>(std::stoul(byte, nullptr, 16)));
+    EXPECT_TRUE(obfl_wire::parse_hex(text, out)) << text;
+    return out;
+}
+inline std::string to_hex(const bytes &b) { return obfl_wire::to_hex(b); }
+
+// One line of a table: its columns split at '|' and trimmed.
+struct row {
+    int line;
+    std::vector<std::string> cols;
+    std::string col(size_t i) const { return i < cols.size() ? cols[i] : std::string(); }
+};
+
+// The rows of tests/unit/data/<name>; blank lines and # comments skipped.
+inline std::vector<row> read_table(const std::string &name)
+{
+    std::vector<row> rows;
+    std::ifstream in(std::string(MIVO_UNIT_DATA) + "/" + name);
+    EXPECT_TRUE(in.good()) << "cannot read " << name;
+    std::string text;
+    for (int line = 1; std::getline(in, text); ++line) {
+        if (text.empty() || text[0] == '#') {
+            continue;
+        }
+        row r{line, {}};
+        std::istringstream cols(text + " "); // a trailing empty column too
+        for (std::string c; std::getline(cols, c, '|');) {
+            const auto b = c.find_first_not_of(" \t"), e = c.find_last_not_of(" \t");
+            r.cols.push_back(b == std::string::npos ? std::string() : c.substr(b, e - b + 1));
+        }
+        rows.push_back(r);
     }
-    return out;
+    return rows;
 }
 
-inline std::string to_hex(const uint8_t *p, size_t n)
-{
-    std::string s;
-    char byte[12];
-    for (size_t i = 0; i < n; ++i) {
-        std::snprintf(byte, sizeof byte, i ? " %02X" : "%02X", p[i]);
-        s += byte;
-    }
-    return s;
-}
-inline std::string to_hex(const bytes &b) { return to_hex(b.data(), b.size()); }
-
-template <class R>
-using encode_fn = size_t (*)(const R *, uint8_t *, size_t, mivo_bytes *, unsigned int *, mivo_flags);
-
-// Measure, then write into a buffer of exactly that size.
-template <class R>
-bytes encode(encode_fn<R> fn, const R &record)
-{
-    const size_t n = fn(&record, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE);
-    bytes out(n);
-    EXPECT_EQ(fn(&record, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), n);
-    return out;
-}
-
-inline bytes encode(const mivo_test::message_ops &ops, const void *record)
-{
-    const size_t n = ops.encode(record, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE);
-    bytes out(n);
-    EXPECT_EQ(ops.encode(record, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), n);
-    return out;
-}
-
-inline const mivo_test::message_ops &ops_of(std::string_view name)
+// A message by name: its C entry points and its JSON converters.
+struct message {
+    const mivo_test::message_ops &ops;
+    const obfl_wire::message &js;
+};
+inline message find(const std::string &name)
 {
     const auto *ops = mivo_test::find_message(name);
-    if (ops == nullptr) {
+    const auto *js = obfl_wire::find_message(name);
+    if (ops == nullptr || js == nullptr) {
         ADD_FAILURE() << "no message " << name;
-        return mivo_test::all_messages().front();
+        return {mivo_test::all_messages().front(), obfl_wire::messages().front()};
     }
-    return *ops;
+    return {*ops, *js};
 }
 
-// Zeroed storage, so that two records built the same way compare equal
-// byte for byte (padding and unused flag bits included).
 struct record {
     mivo_test::record_storage storage{};
     void *get() { return storage.bytes; }
-    const void *get() const { return storage.bytes; }
 };
 
-// Release callback that logs each pointer before handing it to the
-// counting allocator, for tests about the order and number of releases.
-inline std::vector<const void *> &freed()
+// A record from a table's JSON (mem owns what it points at), and the JSON
+// of a record as the converter prints it (enumeration names, 64-bit values
+// as strings), so that a table's JSON compares in that form too.
+inline void fill(const message &m, const std::string &text, record &r, obfl_wire::arena &mem)
 {
-    static thread_local std::vector<const void *> log;
-    return log;
+    std::string error;
+    EXPECT_TRUE(m.js.from_json(json::parse(text), r.get(), mem, hex_bytes, error)) << text << ": " << error;
 }
-inline void logging_free(void *pointer, void *token)
+inline json as_json(const message &m, const void *r) { return m.js.to_json(r, hex_bytes); }
+inline json canonical(const message &m, const std::string &text)
 {
-    freed().push_back(pointer);
-    counting_allocator::release(pointer, token);
+    record r;
+    obfl_wire::arena mem;
+    fill(m, text, r, mem);
+    return as_json(m, r.get());
+}
+
+// Measures, then writes into a buffer of exactly that size.
+inline bytes encode(const message &m, const void *r)
+{
+    bytes out(m.ops.encode(r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
+    EXPECT_EQ(m.ops.encode(r, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), out.size());
+    return out;
+}
+
+// "12 2p 1b 1t": sizes asked of an allocator, in bytes or in so many
+// pointers, byte strings or identifier chain elements; "none" for no call.
+inline std::vector<size_t> sizes(const std::string &text)
+{
+    std::vector<size_t> out;
+    std::istringstream in(text);
+    for (std::string word; in >> word && word != "none";) {
+        const size_t n = std::stoul(word);
+        const char unit = word.back();
+        out.push_back(n * (unit == 'p' ? sizeof(void *) : unit == 'b' ? sizeof(mivo_bytes)
+                           : unit == 't' ? sizeof(mivo_tesk_entity_tsi_st) : 1));
+    }
+    return out;
+}
+
+
+// An allocator set up by a table's flags column: "fail@N" fails the N-th
+// allocation; "noalloc" passes no allocator at all.
+inline mivo_alloc_t *allocator_for(const std::string &flags, counting_allocator &heap)
+{
+    if (const auto at = flags.find("fail@"); at != std::string::npos) {
+        heap.fail_at(std::stoul(flags.substr(at + 5)));
+    }
+    return flags.find("noalloc") != std::string::npos ? nullptr : alloc_cb;
 }
 
 // Everything handed out was handed back, each block once, with our token.
@@ -108,6 +138,19 @@ inline void expect_no_leak(const counting_allocator &heap)
     EXPECT_EQ(heap.misuses(), 0u);
 }
 
-inline std::string_view text(mivo_string_t s) { return s == nullptr ? std::string_view("<null>") : s; }
+// Columns 3 to 5 of a refused-input or copy row: the result code's name
+// ("GARBLED"), the record afterwards in JSON and, when given, the sizes
+// asked of the allocator. Then the record is released, leaving nothing live.
+inline void expect_outcome(const message &m, const row &row, int rc, record &r, counting_allocator &heap,
+                           mivo_flags release_flags)
+{
+    EXPECT_EQ(obfl_wire::result_name(rc), row.col(3) == "NO_ERROR" ? "MIVO_NO_ERROR" : "MIVO_ERROR_" + row.col(3));
+    EXPECT_EQ(as_json(m, r.get()), canonical(m, row.col(4)));
+    if (!row.col(5).empty()) {
+        EXPECT_EQ(heap.sizes(), sizes(row.col(5)));
+    }
+    m.ops.release(r.get(), free_cb, &heap, release_flags);
+    expect_no_leak(heap);
+}
 
 } // namespace unit
