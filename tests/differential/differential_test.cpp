@@ -2,11 +2,9 @@
 // codes dynamic messages through reflection: an encoder and a decoder that
 // share nothing with ours. Every message and the identifier are checked on
 // seeded random messages, by bytes alone: their encoding through our decoder
-// and encoder must come back as the same bytes and parse as the same message.
+// and encoder must come back as the same bytes.
 // Hand-worked encodings pin the exported schema itself.
 #include <google/protobuf/text_format.h>
-#include <google/protobuf/unknown_field_set.h>
-#include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -115,15 +113,10 @@ std::string ours_from_theirs(std::string_view theirs, const Descriptor *d)
 std::string unknown_field(int last_field, std::mt19937_64 &rng)
 {
     const uint64_t numbers[] = {0, uint64_t(last_field) + 1, uint64_t(last_field) + 2, 1000, (1u << 29) - 1};
-    const unsigned types[] = {0, 1, 2, 5};
-    const unsigned type = types[rng() % std::size(types)];
-    std::string out = varint(numbers[rng() % std::size(numbers)] << 3 | type);
+    const unsigned type = "\0\1\2\5"[rng() % 4];
     const size_t length = type == 1 ? 8 : type == 5 ? 4 : type == 2 ? rng() % 24 : 0;
-    if (type == 0) {
-        out += varint(rng() >> (rng() % 64));
-    } else if (type == 2) {
-        out += varint(length);
-    }
+    std::string out = varint(numbers[rng() % std::size(numbers)] << 3 | type);
+    out += type == 0 ? varint(rng() >> (rng() % 64)) : type == 2 ? varint(length) : "";
     for (size_t i = 0; i < length; ++i) {
         out += static_cast<char>(rng());
     }
@@ -161,17 +154,6 @@ void keep_only_singular_numbers(Message &m)
             m.GetReflection()->ClearField(&m, f);
         }
     }
-}
-
-::testing::AssertionResult same_message(const Message &expected, const Message &actual)
-{
-    std::string report;
-    google::protobuf::util::MessageDifferencer differencer;
-    differencer.ReportDifferencesToString(&report);
-    if (differencer.Compare(expected, actual)) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << expected.GetTypeName() << " differs:\n" << report.substr(0, 2000);
 }
 
 // Our decoder (with flags) then our encoder: plain into a buffer of exactly
@@ -232,9 +214,9 @@ const variant variants[] = {
 
 class Differential : public ::testing::TestWithParam<size_t> {};
 
-// Each variant, decoded plain and shared, re-encodes to libprotobuf's
-// encoding of the expected message (in our int32 form), and libprotobuf
-// parses our encoding as that message with nothing unknown.
+// Each variant, decoded plain and shared, re-encodes to exactly libprotobuf's
+// encoding of the expected message (in our int32 form): the strongest form
+// of "libprotobuf reads ours as that message, with nothing unknown".
 TEST_P(Differential, AgreesWithLibprotobuf)
 {
     const message_ops &ops = mivo_test::all_targets()[GetParam()];
@@ -252,10 +234,6 @@ TEST_P(Differential, AgreesWithLibprotobuf)
                 const round_trip ours = through_ours(ops, input, flags);
                 ASSERT_EQ(ours.rc, MIVO_NO_ERROR) << "flags " << flags;
                 ASSERT_EQ(ours.bytes, ours_from_theirs(expected->SerializeAsString(), type)) << "flags " << flags;
-                auto parsed = mivo_test::new_message(type);
-                ASSERT_TRUE(parsed->ParseFromString(ours.bytes));
-                EXPECT_EQ(parsed->GetReflection()->GetUnknownFields(*parsed).field_count(), 0);
-                EXPECT_TRUE(same_message(*expected, *parsed));
             }
         }
     }

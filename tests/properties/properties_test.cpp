@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,23 +13,6 @@
 #include "decode_invariants.hpp"
 #include "message_table.hpp"
 #include "random_wire.hpp"
-
-// GCC announces AddressSanitizer with a macro, clang with a feature test.
-#if defined(__SANITIZE_ADDRESS__)
-#define MIVO_HAVE_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MIVO_HAVE_ASAN 1
-#endif
-#endif
-#if defined(MIVO_HAVE_ASAN)
-#include <sanitizer/asan_interface.h>
-#define MIVO_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
-#define MIVO_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
-#else
-#define MIVO_POISON(p, n) ((void)(p), (void)(n))
-#define MIVO_UNPOISON(p, n) ((void)(p), (void)(n))
-#endif
 
 namespace {
 
@@ -67,37 +49,19 @@ struct subject {
     }
 };
 
-// A heap buffer of exactly `size` usable bytes between two canary zones.
-// Under AddressSanitizer the zones are poisoned as well, so a stray store is
-// reported where it happens; elsewhere the canaries catch it afterwards.
-class guarded_buffer {
-public:
+// `size` usable bytes between two canary zones that must stay untouched.
+struct guarded_buffer {
     static constexpr size_t guard = 16;
+    std::vector<uint8_t> block;
 
-    explicit guarded_buffer(size_t size) : size_(size), block_(new uint8_t[size + 2 * guard])
+    explicit guarded_buffer(size_t size) : block(size + 2 * guard, canary) {}
+    uint8_t *data() { return block.data() + guard; }
+    bool guards_intact() const
     {
-        std::fill_n(block_.get(), size + 2 * guard, canary);
-        MIVO_POISON(block_.get(), guard);
-        MIVO_POISON(data() + size, guard);
+        const auto untouched = [](uint8_t b) { return b == canary; };
+        return std::all_of(block.begin(), block.begin() + guard, untouched) &&
+               std::all_of(block.end() - guard, block.end(), untouched);
     }
-    ~guarded_buffer() { MIVO_UNPOISON(block_.get(), size_ + 2 * guard); }
-    guarded_buffer(const guarded_buffer &) = delete;
-    guarded_buffer &operator=(const guarded_buffer &) = delete;
-
-    uint8_t *data() { return block_.get() + guard; }
-
-    bool guards_intact()
-    {
-        MIVO_UNPOISON(block_.get(), size_ + 2 * guard);
-        const auto intact = [](const uint8_t *p) {
-            return std::all_of(p, p + guard, [](uint8_t b) { return b == canary; });
-        };
-        return intact(block_.get()) && intact(data() + size_);
-    }
-
-private:
-    size_t size_;
-    std::unique_ptr<uint8_t[]> block_;
 };
 
 // Every buffer size from 0 to the full length, in both encoding modes,
