@@ -1,21 +1,36 @@
-// The fuzzer's checks, shared by the libFuzzer entry point and the replay
-// program that runs them over stored inputs in ordinary builds.
+// The checks that must hold for any input, shared by the libFuzzer entry
+// point, the replay program that runs them over stored inputs, and the
+// property tests that run them over generated ones.
 //
-// Input layout: byte 0 picks the target (the 37 messages, then the entity
-// identifier), byte 1 holds the decode flags (bit 0) and, in bits 1-7, which
-// allocation to fail (0: none; 127: no allocator at all); the rest is the
-// wire input.
+// Fuzzer input layout: byte 0 picks the target (the 37 messages, then the
+// entity identifier), byte 1 holds the decode flags (bit 0) and, in bits 1-7,
+// which allocation of the decode and of the copy to fail (0: none; 127: no
+// allocator at all); the rest is the wire input.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string>
+
+#include "nuvex.h"
 
 namespace mivo_fuzz {
 
 inline constexpr size_t target_count = 38;
 inline constexpr size_t no_allocator = 127; // bits 1-7 of byte 1 all set
 
-// Runs every check on one input; aborts with a message on any violation.
+struct input_case {
+    size_t target = 0;         // index into mivo_test::all_targets()
+    mivo_flags flags = MIVO_FLAGS_NONE;
+    size_t decode_fail_at = 0; // 1-based allocation to fail; 0 none; no_allocator
+    size_t copy_fail_at = 0;   // likewise for the copy of the decoded record
+};
+
+// Runs every check on one input: empty when all held, else which one failed.
+std::string violation(const input_case &c, std::span<const uint8_t> wire);
+
+// The fuzzer's layout; aborts with a message on any violation.
 void check_one_input(const uint8_t *data, size_t size);
 
 } // namespace mivo_fuzz

@@ -10,7 +10,7 @@
 
 #include "counting_allocator.hpp"
 #include "message_table.hpp"
-#include "pb_corpus.hpp"
+#include "random_wire.hpp"
 
 namespace {
 
@@ -82,7 +82,7 @@ TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
     counting_allocator source_memory;
     std::vector<outcome> expected;
     for (size_t i = 0; i < messages.size(); ++i) {
-        inputs.push_back(mivo_test::random_message_bytes(std::string(messages[i].name), 7000 + i));
+        inputs.push_back(mivo_test::random_wire(messages[i].name, 7000 + i));
         const auto *bytes = reinterpret_cast<const uint8_t *>(inputs[i].data());
         // Half of the sources point into their input, which stays alive.
         ASSERT_EQ(messages[i].decode(&sources[i], bytes, inputs[i].size(), &counting_allocator::allocate,

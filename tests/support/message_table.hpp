@@ -1,4 +1,4 @@
-// Every message's four entry points behind one type-erased interface, so a
+// Every message's (and the identifier's) four entry points behind one type-erased interface, so a
 // test or a fuzzer can walk all 37 with one loop. Records are kept in
 // opaque, suitably aligned storage of record_size bytes.
 #pragma once
@@ -29,6 +29,8 @@ struct alignas(16) record_storage {
 };
 
 std::span<const message_ops> all_messages();
-const message_ops *find_message(std::string_view name);
+// The 37 messages, then the entity identifier ("tesk_eid_st").
+std::span<const message_ops> all_targets();
+const message_ops *find_message(std::string_view name); // any target
 
 } // namespace mivo_test
