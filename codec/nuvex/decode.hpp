@@ -4,6 +4,7 @@
 // release operation can hand it back whatever happened.
 #pragma once
 
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <type_traits>
@@ -170,18 +171,6 @@ private:
         }
     }
 
-    // Moves past a varint of any length without assembling its value.
-    int skip_varint()
-    {
-        for (size_t pos = offset_; pos < size_;) {
-            if ((src_[pos++] & 0x80u) == 0) {
-                offset_ = pos;
-                return MIVO_NO_ERROR;
-            }
-        }
-        return MIVO_ERROR_GARBLED;
-    }
-
     // A varint whose end is already known to lie inside the input. Bytes
     // past the tenth shift out of the value, as in the bounded readers, and
     // the low 32 bits are what the 32-bit reader would give.
@@ -223,6 +212,67 @@ private:
         return value;
     }
 
+    // One element of a run of numbers, bounds-checked: a varint of any length
+    // that ends inside the input. Only the bits a member keeps are assembled
+    // (the first five bytes for 32 bits, ten for 64), as the readers above do.
+    template <class V>
+    bool run_varint(V &out)
+    {
+        constexpr unsigned kept_bytes = sizeof(V) == 8 ? 10 : 5;
+        const uint8_t *p = src_ + offset_;
+        const uint8_t *const end = src_ + size_;
+        V value = 0;
+        if (static_cast<size_t>(end - p) >= 10) {
+            // Room for the longest usual form: no check per byte.
+            for (unsigned i = 0; i < kept_bytes; ++i) {
+                const uint8_t byte = p[i];
+                value |= static_cast<V>(static_cast<V>(byte & 0x7Fu) << (7 * i));
+                if ((byte & 0x80u) == 0) {
+                    out = value;
+                    offset_ += i + 1;
+                    return true;
+                }
+            }
+            p += kept_bytes;
+        } else {
+            unsigned shift = 0;
+            uint8_t byte;
+            do {
+                if (p == end) {
+                    return false;
+                }
+                byte = *p++;
+                if (shift < 7 * kept_bytes) {
+                    value |= static_cast<V>(static_cast<V>(byte & 0x7Fu) << shift);
+                    shift += 7;
+                }
+            } while (byte & 0x80u);
+            out = value;
+            offset_ = static_cast<size_t>(p - src_);
+            return true;
+        }
+        // Past the kept bytes only the end is looked for: the five further
+        // bytes of a sign-extended negative 32-bit value end in one word.
+        if (std::endian::native == std::endian::little && static_cast<size_t>(end - p) >= 8) {
+            uint64_t word;
+            std::memcpy(&word, p, 8);
+            const uint64_t last = ~word & 0x8080808080808080u;
+            if (last != 0) {
+                out = value;
+                offset_ = static_cast<size_t>(p - src_) + static_cast<size_t>(__builtin_ctzll(last) / 8) + 1;
+                return true;
+            }
+        }
+        do {
+            if (p == end) {
+                return false;
+            }
+        } while (*p++ & 0x80u);
+        out = value;
+        offset_ = static_cast<size_t>(p - src_);
+        return true;
+    }
+
     // The key of the next element of a run, already checked by the pre-scan.
     template <class F>
     void skip_key()
@@ -234,20 +284,101 @@ private:
         }
     }
 
-    // Moves past one element without storing it (the pre-scan of a run).
-    template <class K>
-    int skip()
+    // After an element of a run: 1 when the next field continues the run
+    // (its key read past), 0 at the run's end, or an error for a key that is
+    // no varint.
+    template <class F>
+    int run_continues()
     {
-        if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
-            return skip_varint();
-        } else {
-            uint32_t len;
-            if (length(len) != MIVO_NO_ERROR) {
+        if (offset_ >= size_) {
+            return 0;
+        }
+        // The common case, the member's own one-byte key, needs no varint.
+        if constexpr (F::number < 16) {
+            if (src_[offset_] == F::key) {
+                ++offset_;
+                return 1;
+            }
+        }
+        uint32_t next;
+        if (nuvex_decode_var32(&next, &offset_, src_, size_) != MIVO_NO_ERROR) {
+            return MIVO_ERROR_GARBLED;
+        }
+        return (next >> 3) == F::number ? 1 : 0;
+    }
+
+    // A run of numbers is counted and read in one pass: the first values go
+    // to the stack until the count is known and the array can be allocated
+    // at its exact size; a run longer than that stack block is read again
+    // from where the block ended, without bounds checks.
+    template <class F, class R>
+    int number_run(R &r)
+    {
+        using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
+        using V = std::conditional_t<F::kind::elem == element::varint64, uint64_t, uint32_t>;
+        constexpr unsigned buffered = 1024 / sizeof(V);
+        V first[buffered];
+        unsigned count = 0;
+        size_t end;
+        int more;
+        do {
+            if (!run_varint(first[count])) {
                 return MIVO_ERROR_GARBLED;
             }
-            offset_ += len;
-            return MIVO_NO_ERROR;
+            ++count;
+            end = offset_;
+            more = run_continues<F>();
+            if (more < 0) {
+                return more;
+            }
+        } while (more != 0 && count < buffered);
+        const size_t resume = offset_; // where the value of element `buffered` starts
+        while (more != 0) {
+            V ignored;
+            if (!run_varint(ignored)) {
+                return MIVO_ERROR_GARBLED;
+            }
+            if (++count == UINT_MAX) {
+                return MIVO_ERROR_GARBLED; // the count would not fit its member
+            }
+            end = offset_;
+            more = run_continues<F>();
+            if (more < 0) {
+                return more;
+            }
         }
+        auto *array = static_cast<E *>(allocate(sizeof(E) * count));
+        if (array == nullptr) {
+            return MIVO_ERROR_ALLOC_FAILED;
+        }
+        F::value(r) = array;
+        F::count(r) = count;
+        const unsigned stored = count < buffered ? count : buffered;
+        for (unsigned i = 0; i < stored; ++i) {
+            if constexpr (F::kind::elem == element::boolean) {
+                array[i] = first[i] != 0;
+            } else {
+                array[i] = static_cast<E>(first[i]);
+            }
+        }
+        if (count > buffered) {
+            offset_ = resume;
+            for (unsigned i = buffered; i < count; ++i) {
+                if (i != buffered) {
+                    skip_key<F>();
+                }
+                if constexpr (F::kind::elem == element::varint64) {
+                    array[i] = trusted_varint();
+                } else if constexpr (F::kind::elem == element::boolean) {
+                    array[i] = trusted_varint32() != 0;
+                } else {
+                    array[i] = static_cast<E>(trusted_varint32());
+                }
+            }
+        }
+        offset_ = end;
+        F::mark(r, true);
+        return MIVO_NO_ERROR;
     }
 
     // A repeated member is one unbroken run of fields with its number. The run
@@ -256,38 +387,42 @@ private:
     int repeated(R &r)
     {
         using K = typename F::kind;
-        using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
         if (F::value(r) != nullptr) {
             return MIVO_ERROR_GARBLED; // a second run
         }
         if (alloc_ == nullptr) {
             return MIVO_ERROR_ALLOC_FAILED;
         }
+        if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
+            return number_run<F>(r);
+        } else {
+            return delimited_run<F>(r);
+        }
+    }
+
+    // A run of strings, byte strings or nested records: counted first by
+    // their lengths alone, then read.
+    template <class F, class R>
+    int delimited_run(R &r)
+    {
+        using K = typename F::kind;
+        using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
         const size_t start = offset_;
         unsigned count = 0;
         for (;;) {
-            const int rc = skip<K>();
-            if (rc != MIVO_NO_ERROR) {
-                return rc;
+            uint32_t len;
+            if (length(len) != MIVO_NO_ERROR) {
+                return MIVO_ERROR_GARBLED;
             }
+            offset_ += len;
             if (++count == UINT_MAX) {
                 return MIVO_ERROR_GARBLED; // the count would not fit its member
             }
-            if (offset_ >= size_) {
-                break;
+            const int more = run_continues<F>();
+            if (more < 0) {
+                return more;
             }
-            // The common case, the member's own one-byte key, needs no varint.
-            if constexpr (F::number < 16) {
-                if (src_[offset_] == F::key) {
-                    ++offset_;
-                    continue;
-                }
-            }
-            uint32_t next;
-            if (nuvex_decode_var32(&next, &offset_, src_, size_) != MIVO_NO_ERROR) {
-                return MIVO_ERROR_GARBLED;
-            }
-            if ((next >> 3) != F::number) {
+            if (more == 0) {
                 break;
             }
         }
@@ -296,37 +431,18 @@ private:
         if (array == nullptr) {
             return MIVO_ERROR_ALLOC_FAILED;
         }
-        if constexpr (K::elem == element::string || K::elem == element::bytes || K::elem == element::message) {
-            // Null until filled, so a failure half-way is released cleanly.
-            std::memset(static_cast<void *>(array), 0, sizeof(E) * count);
-        }
+        // Null until filled, so a failure half-way is released cleanly.
+        std::memset(static_cast<void *>(array), 0, sizeof(E) * count);
         F::value(r) = array;
         F::count(r) = count;
-        if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
-            // The pre-scan has found the end of every key and value of the
-            // run inside the input, so they are walked without bounds checks.
-            for (unsigned i = 0; i < count; ++i) {
-                if (i != 0) {
-                    skip_key<F>();
-                }
-                if constexpr (K::elem == element::varint64) {
-                    array[i] = trusted_varint();
-                } else if constexpr (K::elem == element::boolean) {
-                    array[i] = trusted_varint32() != 0; // as the 32-bit reader sees it
-                } else {
-                    array[i] = static_cast<E>(trusted_varint32()); // 32-bit members keep the low 32 bits
-                }
+        for (unsigned i = 0; i < count; ++i) {
+            if (i != 0) {
+                // Only an allocation can fail from here on.
+                skip_key<F>();
             }
-        } else {
-            for (unsigned i = 0; i < count; ++i) {
-                if (i != 0) {
-                    // Only an allocation can fail from here on.
-                    skip_key<F>();
-                }
-                const int rc = read<K>(array[i]);
-                if (rc != MIVO_NO_ERROR) {
-                    return rc;
-                }
+            const int rc = read<K>(array[i]);
+            if (rc != MIVO_NO_ERROR) {
+                return rc;
             }
         }
         F::mark(r, true);

@@ -68,7 +68,7 @@ private:
     int list_length()
     {
         const size_t pick = below(8);
-        return pick < 3 ? 0 : pick == 3 ? 100 + int(below(60)) : 1 + int(below(5));
+        return pick < 3 ? 0 : pick == 3 ? 100 + int(below(300)) : 1 + int(below(5)); // long runs reach past 256
     }
 
     // Half the time an edge value, else a random number of random width so
