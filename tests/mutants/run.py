@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Mutation testing: how many of the small faults in faults.txt does the suite catch?
 
-  tests/mutants/run.py [--suite REV] [--only TEXT] [--jobs N]
+  tests/mutants/run.py [--suite REV] [--only REGEX] [--jobs N]
 
 Each fault is applied in turn to a scratch copy of the tree in
 /tmp/mutants-<suite>/src (never to this working tree), built there with
@@ -9,7 +9,7 @@ AddressSanitizer and UndefinedBehaviorSanitizer, and the suite is run with
 ctest. A fault is caught when a test fails or times out. One build directory
 serves every fault, so each build only redoes what the fault touched.
 --suite REV takes tests/ and fuzz/ from git revision REV instead of the
-working tree; --only runs the faults whose row contains TEXT.
+working tree; --only runs the faults whose row matches REGEX.
 Not part of CI: a run over every fault takes tens of minutes.
 """
 import argparse, io, os, re, signal, subprocess, sys, tarfile, time
@@ -110,7 +110,7 @@ def test(build, jobs, work):
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split('\n')[0])
     ap.add_argument('--suite', metavar='REV', help='take tests/ and fuzz/ from this git revision')
-    ap.add_argument('--only', metavar='TEXT', help='run only the faults whose row contains TEXT')
+    ap.add_argument('--only', metavar='REGEX', help='run only the faults whose row matches REGEX')
     ap.add_argument('--jobs', type=int, default=2)
     args = ap.parse_args()
     started = time.time()
@@ -122,7 +122,7 @@ def main():
     faults, bad = [], []
     with open(os.path.join(HERE, 'faults.txt')) as f:
         for n, line in enumerate(f, 1):
-            if not line.strip() or line.startswith('#') or (args.only and args.only not in line):
+            if not line.strip() or line.startswith('#') or (args.only and not re.search(args.only, line)):
                 continue
             cols = columns(line.rstrip('\n'))
             path = os.path.join(src, cols[0])
