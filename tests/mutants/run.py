@@ -1,40 +1,34 @@
 #!/usr/bin/env python3
-"""Mutation testing: how many of the small faults in faults.txt does the suite catch?
+"""Plants each fault of faults.txt in turn and reports whether the suite catches it.
 
   tests/mutants/run.py [--suite REV] [--only REGEX] [--jobs N]
 
-Each fault is applied in turn to a scratch copy of the tree in
-/tmp/mutants-<suite>/src (never to this working tree), built there with
-AddressSanitizer and UndefinedBehaviorSanitizer, and the suite is run with
-ctest. A fault is caught when a test fails or times out. One build directory
-serves every fault, so each build only redoes what the fault touched.
---suite REV takes tests/ and fuzz/ from git revision REV instead of the
-working tree; --only runs the faults whose row matches REGEX.
-Not part of CI: a run over every fault takes tens of minutes.
+The faults go into a scratch copy, /tmp/mutants-<suite>/src, never into this
+tree. It is built with ASan+UBSan in one build directory, so each fault costs
+only the rebuild of what it touches; a fault is caught when a test fails or
+times out. --suite REV takes tests/ and fuzz/ from revision REV. Not in CI.
 """
 import argparse, io, os, re, signal, subprocess, sys, tarfile, time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(HERE))
-SUITE_DIRS = ('tests/', 'fuzz/')
-# Slow tests run only after the quick ones pass, so most faults stop early.
-SLOW = r'Properties|Differential|Concurrency|ObflWire|fuzz\.seed'
-SKIP = r'^package\.'  # builds Debian packages; meaningless for a sanitized build
+SUITE = ('tests/', 'fuzz/')
+SLOW = r'Properties|Differential|Concurrency|ObflWire|fuzz\.seed'  # run once the quick ones pass
+SKIP = r'^package\.'  # builds Debian packages, which a sanitized build cannot
 CONFIGURE = ['-G', 'Ninja', '-DCMAKE_BUILD_TYPE=Mutants', '-DCMAKE_C_FLAGS_MUTANTS=-O1',
-             '-DCMAKE_CXX_FLAGS_MUTANTS=-O1', '-DMIVO_SANITIZE=address,undefined',
-             '-DMIVO_BUILD_TESTS=ON', '-DMIVO_BUILD_EXAMPLES=ON', '-DMIVO_WARNINGS_AS_ERRORS=OFF',
-             # A test binary that cannot list its tests fails the test run, not the build.
-             '-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST']
+             '-DCMAKE_CXX_FLAGS_MUTANTS=-O1', '-DMIVO_SANITIZE=address,undefined', '-DMIVO_BUILD_TESTS=ON',
+             '-DMIVO_BUILD_EXAMPLES=ON', '-DMIVO_WARNINGS_AS_ERRORS=OFF',
+             '-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST']  # a test binary's crash fails a test, not the build
 ENV = dict(os.environ, ASAN_OPTIONS='detect_leaks=1:abort_on_error=1', UBSAN_OPTIONS='halt_on_error=1')
 
 
 def columns(line):
-    """Splits a row at '|'; '\\|', '\\n' and '\\\\' stand for '|', a line break and '\\'."""
+    """A row's columns: split at '|', where '\\|', '\\n' and '\\\\' stand for '|', a line break and '\\'."""
     cols, cur, chars = [], '', iter(line)
     for c in chars:
         if c == '\\':
-            n = next(chars, '')
-            cur += '\n' if n == 'n' else n
+            c = next(chars, '')
+            cur += '\n' if c == 'n' else c
         elif c == '|':
             cols, cur = cols + [cur.strip(' ')], ''
         else:
@@ -46,42 +40,37 @@ def git(*args):
     return subprocess.run(['git', '-C', REPO, *args], check=True, capture_output=True).stdout
 
 
-def wanted_tree(rev):
-    """Path -> (contents, mode) of the tree to test: the working tree, with the suite from rev."""
+def tree(rev):
+    """Path -> (contents, mode): the working tree, with the suite from rev when given."""
     files = {}
     for path in git('ls-files', '-z', '--cached', '--others', '--exclude-standard').decode().split('\0'):
         full = os.path.join(REPO, path)
-        if path and os.path.isfile(full) and not (rev and path.startswith(SUITE_DIRS)):
-            with open(full, 'rb') as f:
-                files[path] = (f.read(), os.stat(full).st_mode & 0o777)
+        if path and os.path.isfile(full) and not (rev and path.startswith(SUITE)):
+            files[path] = (open(full, 'rb').read(), os.stat(full).st_mode & 0o777)
     if rev:
-        others = git('diff', '--name-only', rev, '--', '.', *[':!' + d for d in SUITE_DIRS], ':!*.md').decode()
-        if others.strip():
-            print(f'warning: outside tests/ and fuzz/ the working tree differs from {rev}:\n{others}')
-        with tarfile.open(fileobj=io.BytesIO(git('archive', rev, *SUITE_DIRS))) as tar:
-            for m in tar.getmembers():
-                if m.isfile():
-                    files[m.name] = (tar.extractfile(m).read(), m.mode & 0o777)
+        if others := git('diff', '--name-only', rev, '--', '.', *[':!' + d for d in SUITE], ':!*.md').decode():
+            print(f'warning: outside the suite the working tree differs from {rev}:\n{others}')
+        with tarfile.open(fileobj=io.BytesIO(git('archive', rev, *SUITE))) as tar:
+            files.update({m.name: (tar.extractfile(m).read(), m.mode & 0o777) for m in tar if m.isfile()})
     return files
 
 
 def sync(files, dest):
-    """Makes dest hold exactly these files, rewriting (so newer) only those that changed."""
+    """Makes dest hold exactly these files; only changed ones are rewritten, so only they look newer."""
     for path, (data, mode) in files.items():
         full = os.path.join(dest, path)
         if not os.path.isfile(full) or open(full, 'rb').read() != data:
             os.makedirs(os.path.dirname(full), exist_ok=True)
-            with open(full, 'wb') as f:
-                f.write(data)
+            open(full, 'wb').write(data)
         os.chmod(full, mode)
     for root, _, names in os.walk(dest):
-        for name in names:
-            if os.path.relpath(os.path.join(root, name), dest) not in files:
-                os.remove(os.path.join(root, name))
+        for full in (os.path.join(root, n) for n in names):
+            if os.path.relpath(full, dest) not in files:
+                os.remove(full)
 
 
 def run(cmd, log, timeout):
-    """Runs cmd into log; the exit code, or None when it ran out of time (then all of it is killed)."""
+    """cmd's exit code, or None when it ran out of time (it is then killed with all its children)."""
     with open(log, 'w') as out:
         p = subprocess.Popen(['nice', *cmd], stdout=out, stderr=subprocess.STDOUT, env=ENV, start_new_session=True)
         try:
@@ -92,18 +81,14 @@ def run(cmd, log, timeout):
             return None
 
 
-def test(build, jobs, work):
-    """'' when the suite passes, else why not: the failing tests or 'timeout'."""
+def failures(build, jobs, log):
+    """'' when the suite passes, else the first failing tests, or 'timeout'."""
     ctest = ['ctest', '--test-dir', build, '--stop-on-failure', '--timeout', '120', '-j', str(jobs)]
     for phase in (['-E', f'{SLOW}|{SKIP}'], ['-R', SLOW, '-E', SKIP]):
-        log = os.path.join(work, 'ctest.log')
         rc = run(ctest + phase, log, 900)
-        if rc is None:
-            return 'timeout'
         if rc != 0:
-            text = open(log).read()
-            failed = re.findall(r'^\s*\d+ - (.+?)(?:  #.*)? \(([^()]*)\)$', text, re.M)
-            return ', '.join(f'{name} ({why})' for name, why in failed[:2]) or 'ctest failed'
+            failed = re.findall(r'^\s*\d+ - (.+?)(?:  #.*)? \(([^()]*)\)$', open(log).read(), re.M)
+            return 'timeout' if rc is None else ', '.join(f'{n} ({why})' for n, why in failed[:2]) or 'ctest failed'
     return ''
 
 
@@ -114,52 +99,42 @@ def main():
     ap.add_argument('--jobs', type=int, default=2)
     args = ap.parse_args()
     started = time.time()
-    work = f'/tmp/mutants-{git("rev-parse", "--short", args.suite).decode().strip() if args.suite else "worktree"}'
-    src, build = os.path.join(work, 'src'), os.path.join(work, 'build')
+    work = '/tmp/mutants-' + (git('rev-parse', '--short', args.suite).decode().strip() if args.suite else 'worktree')
+    src, build, log = work + '/src', work + '/build', work + '/build.log'
     os.makedirs(src, exist_ok=True)
-    sync(wanted_tree(args.suite), src)
+    sync(tree(args.suite), src)
 
-    faults, bad = [], []
-    with open(os.path.join(HERE, 'faults.txt')) as f:
-        for n, line in enumerate(f, 1):
-            if not line.strip() or line.startswith('#') or (args.only and not re.search(args.only, line)):
-                continue
+    faults = []
+    for n, line in enumerate(open(os.path.join(HERE, 'faults.txt')), 1):
+        if line.strip() and not line.startswith('#') and not (args.only and not re.search(args.only, line)):
             cols = columns(line.rstrip('\n'))
             path = os.path.join(src, cols[0])
             if len(cols) != 4 or not os.path.isfile(path) or open(path).read().count(cols[1]) != 1:
-                bad.append(f'faults.txt:{n}: needs 4 columns and text found exactly once in its file')
+                sys.exit(f'faults.txt:{n}: needs four columns, and its text exactly once in its file')
             faults.append(cols)
-    if bad or not faults:
-        sys.exit('\n'.join(bad) or 'no faults selected')
+    if not faults:
+        sys.exit('no faults selected')
 
     print(f'suite: {args.suite or "working tree"}; scratch tree {src}, build {build}', flush=True)
-    log = os.path.join(work, 'build.log')
-    if run(['cmake', '-S', src, '-B', build, *CONFIGURE], log, 600) != 0 or \
-            run(['cmake', '--build', build, '--parallel', str(args.jobs)], log, 3600) != 0:
+    build_cmd = ['cmake', '--build', build, '--parallel', str(args.jobs)]
+    if run(['cmake', '-S', src, '-B', build, *CONFIGURE], log, 600) != 0 or run(build_cmd, log, 3600) != 0:
         sys.exit(f'the unmutated tree does not build: see {log}')
-    if why := test(build, args.jobs, work):
+    if why := failures(build, args.jobs, work + '/ctest.log'):
         sys.exit(f'the unmutated tree fails its suite: {why}; see {work}/ctest.log')
 
-    counts = {'caught': 0, 'MISSED': 0, 'build-failed': 0}
+    counts = dict(caught=0, MISSED=0, **{'build-failed': 0})
     for file, find, replace, what in faults:
-        path = os.path.join(src, file)
+        path, t = os.path.join(src, file), time.time()
         original = open(path).read()
-        with open(path, 'w') as f:
-            f.write(original.replace(find, replace))
-        t = time.time()
-        if run(['cmake', '--build', build, '--parallel', str(args.jobs)], log, 1800) != 0:
-            verdict, why = 'build-failed', ''
-        else:
-            why = test(build, args.jobs, work)
-            verdict = 'caught' if why else 'MISSED'
-        with open(path, 'w') as f:  # a fresh write: newer than the objects, so the next build redoes them
-            f.write(original)
+        open(path, 'w').write(original.replace(find, replace))
+        why = None if run(build_cmd, log, 1800) != 0 else failures(build, args.jobs, work + '/ctest.log')
+        open(path, 'w').write(original)  # rewritten, so newer than the objects: the next build redoes them
+        verdict = 'build-failed' if why is None else 'caught' if why else 'MISSED'
         counts[verdict] += 1
         print(f'{verdict:<12} {file}: {what}' + (f'  [{why}]' if why else '') + f'  ({time.time() - t:.0f} s)',
               flush=True)
-    ran = counts['caught'] + counts['MISSED']
-    print(f'caught {counts["caught"]} / total {ran} (missed {counts["MISSED"]}, build-failed '
-          f'{counts["build-failed"]}); {(time.time() - started) / 60:.1f} min in all')
+    print(f'caught {counts["caught"]} / total {counts["caught"] + counts["MISSED"]} (missed {counts["MISSED"]}, '
+          f'build-failed {counts["build-failed"]}); {(time.time() - started) / 60:.1f} min in all')
 
 
 if __name__ == '__main__':
