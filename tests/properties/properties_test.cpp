@@ -64,7 +64,7 @@ struct guarded_buffer {
     }
 };
 
-// Every buffer size from 0 to the full length, in both encoding modes,
+// Every buffer size from 0 to past the full length, in both encoding modes,
 // reports the full length and stores nothing outside the buffer; what it
 // does store is the encoding's own byte at that place. Likewise every
 // fragment capacity: the count is always the full count, the stored pieces
@@ -84,15 +84,23 @@ void bounded_writing(const subject &s)
         unsigned count = needed;
         ASSERT_EQ(s.ops.encode(&record, reference.data(), full, slots.data(), &count, flags), full);
 
-        for (size_t n = 0; n <= full; ++n) {
+        // Past the full length too, where records of bounded size are
+        // written without checks; nothing beyond the encoding is stored.
+        const auto bounded = [&](size_t n, mivo_bytes *frags, unsigned *count_p) {
             guarded_buffer buffer(n);
-            count = needed;
-            ASSERT_EQ(s.ops.encode(&record, buffer.data(), n, scratch.data(), &count, flags), full) << n;
-            ASSERT_EQ(count, needed) << n;
+            ASSERT_EQ(s.ops.encode(&record, buffer.data(), n, frags, count_p, flags), full) << n;
             ASSERT_TRUE(buffer.guards_intact()) << "stored outside a buffer of " << n;
             for (size_t i = 0; i < n; ++i) {
-                ASSERT_TRUE(buffer.data()[i] == canary || buffer.data()[i] == reference[i])
+                ASSERT_TRUE(buffer.data()[i] == canary || (i < full && buffer.data()[i] == reference[i]))
                     << "byte " << i << " of a buffer of " << n << " is neither untouched nor the encoding's";
+            }
+        };
+        for (size_t n = 0; n <= full + 64; ++n) {
+            count = needed;
+            bounded(n, scratch.data(), &count);
+            ASSERT_EQ(count, needed) << n;
+            if (flags == MIVO_FLAGS_NONE) {
+                bounded(n, nullptr, nullptr); // no fragment list: the unchecked stores where a member fits
             }
         }
         for (unsigned capacity = 0; capacity <= needed; ++capacity) {
