@@ -136,9 +136,6 @@ size_t largest_encoding_of(const R &r)
 
 // Counting: only measure. Roomy: the buffer is known to hold the largest
 // encoding of the whole record, so not even the per-member check is needed.
-// Otherwise a member is stored whole when its exact size fits, so a buffer
-// of exactly the measured length (measure, then write) never takes the
-// byte-by-byte path; only a member that meets the end of a short buffer does.
 template <bool Counting, bool Roomy = false>
 class encoder {
 public:
@@ -200,7 +197,7 @@ public:
     {
         if constexpr (Counting) {
             offset_ += key_size<F> + varint_size(value);
-        } else if (Roomy || room() >= key_size<F> + (Wide ? 10 : 5) || room() >= key_size<F> + varint_size(value)) {
+        } else if (Roomy || room() >= key_size<F> + (Wide ? 10 : 5)) {
             uint8_t *p = put_key<F>(dest_ + offset_);
             if constexpr (Wide) {
                 p = put_var64(p, value);
@@ -227,8 +224,7 @@ public:
             offset_ += key_size<F> + varint_size(static_cast<uint32_t>(len)) + len;
         } else {
             const size_t r = room();
-            const size_t head = key_size<F> + varint_size(static_cast<uint32_t>(len));
-            if (r >= head && len <= r - head) {
+            if (r >= key_size<F> + 5 && len <= r - (key_size<F> + 5)) {
                 uint8_t *p = put_key<F>(dest_ + offset_);
                 p = put_var32(p, static_cast<uint32_t>(len));
                 copy_bytes(p, data, len);
@@ -328,7 +324,7 @@ public:
             offset_ += measure.offset();
         } else if (dest_size_ == 0) {
             offset_ += measure.offset();
-        } else if (Roomy || room() >= measure.offset()) {
+        } else if (largest != SIZE_MAX && (Roomy || room() >= largest)) {
             encoder<false, true> inner(dest_, dest_size_, nullptr, nullptr, flags_);
             offset_ = inner.fields_at(offset_, nested);
         } else {
