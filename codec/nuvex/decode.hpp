@@ -353,13 +353,17 @@ private:
         }
         F::value(r) = array;
         F::count(r) = count;
+        // 32-bit members keep the low 32 bits; a boolean is 0 or 1.
+        const auto element_of = [](V v) -> E {
+            if constexpr (F::kind::elem == element::boolean) {
+                return v != 0;
+            } else {
+                return static_cast<E>(v);
+            }
+        };
         const unsigned stored = count < buffered ? count : buffered;
         for (unsigned i = 0; i < stored; ++i) {
-            if constexpr (F::kind::elem == element::boolean) {
-                array[i] = first[i] != 0;
-            } else {
-                array[i] = static_cast<E>(first[i]);
-            }
+            array[i] = element_of(first[i]);
         }
         if (count > buffered) {
             offset_ = resume;
@@ -367,13 +371,7 @@ private:
                 if (i != buffered) {
                     skip_key<F>();
                 }
-                if constexpr (F::kind::elem == element::varint64) {
-                    array[i] = trusted_varint();
-                } else if constexpr (F::kind::elem == element::boolean) {
-                    array[i] = trusted_varint32() != 0;
-                } else {
-                    array[i] = static_cast<E>(trusted_varint32());
-                }
+                array[i] = element_of(sizeof(V) == 8 ? trusted_varint() : trusted_varint32());
             }
         }
         offset_ = end;

@@ -19,7 +19,7 @@ TEST(Copies, ResultCopyAllocationsAndNoLeak)
     const auto rows = read_table("copies.txt");
     EXPECT_GE(rows.size(), 15u);
     for (const auto &row : rows) {
-        SCOPED_TRACE("copies.txt:" + std::to_string(row.line) + " " + row.col(0) + " " + row.col(1));
+        SCOPED_TRACE(row.where());
         ASSERT_GE(row.cols.size(), 5u);
         const message m = find(row.col(0));
         record source, copy;

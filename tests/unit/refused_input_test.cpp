@@ -19,7 +19,7 @@ TEST(RefusedInput, ResultKeptMembersAllocationsAndNoLeak)
     const auto rows = read_table("refused_input.txt");
     EXPECT_GE(rows.size(), 90u);
     for (const auto &row : rows) {
-        SCOPED_TRACE("refused_input.txt:" + std::to_string(row.line) + " " + row.col(0) + " " + row.col(1));
+        SCOPED_TRACE(row.where());
         ASSERT_GE(row.cols.size(), 5u);
         const message m = find(row.col(0));
         const bytes in = hex(row.col(1));

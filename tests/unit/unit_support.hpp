@@ -32,9 +32,12 @@ inline std::string to_hex(const bytes &b) { return obfl_wire::to_hex(b); }
 
 // One line of a table: its columns split at '|' and trimmed.
 struct row {
+    std::string file;
     int line;
     std::vector<std::string> cols;
     std::string col(size_t i) const { return i < cols.size() ? cols[i] : std::string(); }
+    // file:line and the first two columns, for a failure's trace.
+    std::string where() const { return file + ":" + std::to_string(line) + " " + col(0) + " " + col(1); }
 };
 
 // The rows of tests/unit/data/<name>; blank lines and # comments skipped.
@@ -48,7 +51,7 @@ inline std::vector<row> read_table(const std::string &name)
         if (text.empty() || text[0] == '#') {
             continue;
         }
-        row r{line, {}};
+        row r{name, line, {}};
         std::istringstream cols(text + " "); // a trailing empty column too
         for (std::string c; std::getline(cols, c, '|');) {
             const auto b = c.find_first_not_of(" \t"), e = c.find_last_not_of(" \t");

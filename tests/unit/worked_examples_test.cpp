@@ -72,7 +72,7 @@ TEST(WorkedExamples, EncodeDecodeCopyRelease)
     const auto rows = read_table("worked_examples.txt");
     EXPECT_GE(rows.size(), 80u);
     for (const auto &row : rows) {
-        SCOPED_TRACE("worked_examples.txt:" + std::to_string(row.line) + " " + row.col(0) + " " + row.col(1));
+        SCOPED_TRACE(row.where());
         ASSERT_GE(row.cols.size(), 3u);
         const message m = find(row.col(0));
         const json after = canonical(m, row.col(3).empty() ? row.col(1) : row.col(3));
