@@ -3,13 +3,14 @@
 // string cut at a NUL, bytes that are not UTF-8) made visible.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "schema.hpp"
-
 namespace obfl_wire {
+
+struct record_schema; // schema.hpp
 
 // One line per thing tolerated in bytes that decoded as this record.
 std::vector<std::string> tolerated(std::span<const uint8_t> bytes, const record_schema &schema);
