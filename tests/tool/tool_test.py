@@ -95,6 +95,8 @@ ROWS = [
     (["proto", FULL], "", 3, "", E + "standard output: No space left on device"),
     (["decode", "log_syslog", CLOSED], "28 07", 3, "", E + "standard output: Broken pipe"),
     # streams: one message per line, or each after its length
+    (["decode", "log_syslog"], "08 01 28 07\n08 01 28 09\n", 0, [{"version": V1, "client_id": 9}],
+     E + "warning: 2 lines of hex read as one message (one per line: --lines)"),
     (["decode", "--lines", "log_syslog"], "08 01 28 07\n\n08 01 28 09\n", 0,
      [{"version": V1, "client_id": 7}, {"version": V1, "client_id": 9}], ""),
     (["decode", "--lines", "log_syslog"], "28 07\n6A 05 61\n28 09\n", 1, [{"client_id": 7}],

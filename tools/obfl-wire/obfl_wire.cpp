@@ -152,6 +152,16 @@ void decode(const settings &s, output &out)
     } else if (s.binary) {
         decode_one(s, m, {data, input.size()}, "", out);
     } else {
+        // Hex over several lines is one message, as a wrapped dump is; say so,
+        // since lines that were meant as messages of their own would merge.
+        size_t lines = 0;
+        each_line(input, [&](std::string_view, const std::string &) { ++lines; });
+        if (lines > 1) {
+            say("warning: " + std::to_string(lines) + " lines of hex read as one message (one per line: --lines)");
+            if (s.strict) {
+                throw failure{not_decoded, "refused with --strict: several lines of hex"};
+            }
+        }
         decode_one(s, m, hex_bytes_of(input, ""), "", out);
     }
 }
