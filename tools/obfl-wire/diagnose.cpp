@@ -8,7 +8,7 @@
 namespace obfl_wire {
 namespace {
 
-struct inspector {
+struct examiner {
     std::span<const uint8_t> input;
     std::vector<std::string> notes;
     wire_fault fault;
@@ -73,19 +73,19 @@ struct inspector {
 
 std::vector<std::string> tolerated(std::span<const uint8_t> bytes, const record_schema &schema)
 {
-    inspector in{bytes, {}, {}, false};
+    examiner in{bytes, {}, {}, false};
     in.record(bytes, 0, schema, "");
     return std::move(in.notes);
 }
 
 std::string failure_place(std::span<const uint8_t> bytes, const record_schema &schema)
 {
-    inspector in{bytes, {}, {}, false};
+    examiner in{bytes, {}, {}, false};
     in.record(bytes, 0, schema, "");
     if (!in.failed) {
         return "";
     }
-    return inspector::place(in.fault.offset, in.fault.member) + ": " + in.fault.what;
+    return examiner::place(in.fault.offset, in.fault.member) + ": " + in.fault.what;
 }
 
 size_t bytes_skipped(std::span<const uint8_t> bytes, const record_schema &schema)
