@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Fuzzes all 37 decoders and the identifier decoder for SECONDS (default 120)
 # under AddressSanitizer and UndefinedBehaviorSanitizer, starting from seeds
-# that libprotobuf serialises, and prints libFuzzer's executions and coverage.
+# that libprotobuf serialises, and prints libFuzzer's executions and coverage;
+# then obfl-wire's own hex and JSON parsing for a quarter of that time.
 # Any invariant violation or sanitizer report fails the run and leaves the
 # input in $build/fuzz/artifacts/: copy it into fuzz/regressions/.
 #   scripts/fuzz.sh [SECONDS]          (FUZZ_BUILD_DIR, FUZZ_JOBS to override)
@@ -14,7 +15,7 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
   -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=OFF -DMIVO_BUILD_FUZZERS=ON \
   -DMIVO_SANITIZE=address,undefined,fuzzer-no-link >/dev/null
-cmake --build "$build" --target obfl_decode_fuzzer fuzz_seed_corpus
+cmake --build "$build" --target obfl_decode_fuzzer fuzz_seed_corpus obfl_wire_fuzzer
 
 out=$build/fuzz
 [ -d "$out/seeds" ] || "$out/fuzz_seed_corpus" "$out/seeds" 16
@@ -33,5 +34,24 @@ reached=$(sed -n 's/^#[0-9]*[[:space:]]*DONE *cov: \([0-9]*\).*/\1/p' "$out/last
 if [ "$status" -ne 0 ]; then
   tail -n 40 "$out/last-run.log"
   echo "fuzzing found a failure (exit $status); inputs in $out/artifacts/" >&2
+fi
+[ "$status" -ne 0 ] && exit "$status"
+
+# The tool's fuzzer starts from the worked examples, as hex text and as JSON.
+tool=$out/tool
+mkdir -p "$tool/corpus" "$tool/seeds" "$tool/artifacts"
+n=0
+grep -v '^#' tests/unit/data/worked_examples.txt | while IFS='|' read -r _ record hexed _; do
+  n=$((n + 1))
+  printf "\\x$(printf %02x $((n % 37)))%s" "$hexed" >"$tool/seeds/hex-$n"
+  printf "\\x$(printf %02x $((n % 37 + 128)))%s" "$record" >"$tool/seeds/json-$n"
+done
+echo "fuzzing obfl-wire's parsing for $((seconds / 4 + 1))s; log in $tool/last-run.log"
+"$out/obfl_wire_fuzzer" "$tool/corpus" "$tool/seeds" -max_total_time=$((seconds / 4 + 1)) -max_len=4096 \
+  -print_final_stats=1 -timeout=10 -artifact_prefix="$tool/artifacts/" >"$tool/last-run.log" 2>&1 || status=$?
+grep -E "^stat::number_of_executed_units|^stat::average_exec_per_sec|^==[0-9]+==ERROR|deadly signal" "$tool/last-run.log" || true
+if [ "$status" -ne 0 ]; then
+  tail -n 40 "$tool/last-run.log"
+  echo "fuzzing obfl-wire found a failure (exit $status); inputs in $tool/artifacts/" >&2
 fi
 exit "$status"

@@ -1,0 +1,23 @@
+// What a decode let pass, and where a failed one stopped: the tolerances of
+// the decoders (unknown fields skipped, a skip that runs past the end, a
+// string cut at a NUL, bytes that are not UTF-8) made visible.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace obfl_wire {
+
+struct record_schema; // schema.hpp
+
+// One line per thing tolerated in bytes that decoded as this record.
+std::vector<std::string> tolerated(std::span<const uint8_t> bytes, const record_schema &schema);
+// "at byte 4 in data: length 5 runs past the end of the input (1 bytes left)";
+// empty when the walk finds nothing the decoder would refuse.
+std::string failure_place(std::span<const uint8_t> bytes, const record_schema &schema);
+// Bytes of the top-level fields that the record does not define.
+size_t bytes_skipped(std::span<const uint8_t> bytes, const record_schema &schema);
+
+} // namespace obfl_wire

@@ -1,0 +1,25 @@
+// Which messages accept some bytes, best first.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "record_json.hpp"
+
+namespace obfl_wire {
+
+// Ranked by most members filled, then fewest bytes skipped as fields the
+// record does not define, then most enumeration members holding a named
+// constant, then fewest members in the record; ties keep catalogue order.
+struct candidate {
+    const message *msg;
+    unsigned members_filled;
+    size_t bytes_skipped;
+    unsigned named_values;
+    bool tie; // as good as the best on everything the bytes tell (all but the record's size)
+    std::string record; // the record's JSON as that message
+};
+std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const json_options &options);
+
+} // namespace obfl_wire

@@ -1,0 +1,213 @@
+#include "text.hpp"
+
+#include <cstring>
+
+namespace obfl_wire {
+namespace {
+
+const char base64_digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+const char hex_upper[] = "0123456789ABCDEF";
+const char hex_lower[] = "0123456789abcdef";
+
+int hex_digit(char c)
+{
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+// Length of the well-formed UTF-8 sequence at s[0], or 0 (overlong forms,
+// surrogates and values past U+10FFFF are not well formed).
+size_t utf8_sequence(std::string_view s)
+{
+    const auto b = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
+    const unsigned char c = b(0);
+    if (c < 0x80) {
+        return 1;
+    }
+    size_t n;
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+        n = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        n = 3;
+        lo = c == 0xE0 ? 0xA0 : 0x80;
+        hi = c == 0xED ? 0x9F : 0xBF;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        n = 4;
+        lo = c == 0xF0 ? 0x90 : 0x80;
+        hi = c == 0xF4 ? 0x8F : 0xBF;
+    } else {
+        return 0;
+    }
+    if (s.size() < n || b(1) < lo || b(1) > hi) {
+        return 0;
+    }
+    for (size_t i = 2; i < n; ++i) {
+        if (b(i) < 0x80 || b(i) > 0xBF) {
+            return 0;
+        }
+    }
+    return n;
+}
+
+} // namespace
+
+bool parse_hex(std::string_view text, std::vector<uint8_t> &out)
+{
+    std::vector<uint8_t> bytes;
+    bytes.reserve(text.size() / 3 + 1);
+    int high = -1;
+    bool group_start = true;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == ':' || c == ',') {
+            group_start = true;
+            continue;
+        }
+        if (group_start && c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
+            ++i;
+            group_start = false;
+            continue;
+        }
+        group_start = false;
+        const int v = hex_digit(c);
+        if (v < 0) {
+            return false;
+        }
+        if (high < 0) {
+            high = v;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(high << 4 | v));
+            high = -1;
+        }
+    }
+    if (high >= 0) {
+        return false;
+    }
+    out.insert(out.end(), bytes.begin(), bytes.end());
+    return true;
+}
+
+std::string to_hex(std::span<const uint8_t> bytes)
+{
+    std::string out;
+    out.reserve(bytes.size() * 3);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (i != 0) {
+            out += ' ';
+        }
+        out += hex_upper[bytes[i] >> 4];
+        out += hex_upper[bytes[i] & 15];
+    }
+    return out;
+}
+
+void append_plain_hex(std::string &out, std::span<const uint8_t> bytes)
+{
+    for (uint8_t b : bytes) {
+        out += hex_lower[b >> 4];
+        out += hex_lower[b & 15];
+    }
+}
+
+void append_base64(std::string &out, std::span<const uint8_t> bytes)
+{
+    const uint8_t *p = bytes.data();
+    const size_t n = bytes.size();
+    for (size_t i = 0; i < n; i += 3) {
+        const uint32_t v = uint32_t{p[i]} << 16 | (i + 1 < n ? uint32_t{p[i + 1]} << 8 : 0) | (i + 2 < n ? p[i + 2] : 0);
+        out += base64_digits[v >> 18 & 63];
+        out += base64_digits[v >> 12 & 63];
+        out += i + 1 < n ? base64_digits[v >> 6 & 63] : '=';
+        out += i + 2 < n ? base64_digits[v & 63] : '=';
+    }
+}
+
+bool from_base64(std::string_view text, std::vector<unsigned char> &out)
+{
+    while (!text.empty() && text.back() == '=') {
+        text.remove_suffix(1);
+    }
+    uint32_t acc = 0;
+    int bits = 0;
+    for (char c : text) {
+        int v;
+        if (c == '-') {
+            v = 62;
+        } else if (c == '_') {
+            v = 63;
+        } else if (const char *at = std::strchr(base64_digits, c); at != nullptr && c != '\0') {
+            v = static_cast<int>(at - base64_digits);
+        } else {
+            return false;
+        }
+        acc = acc << 6 | static_cast<uint32_t>(v);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out.push_back(static_cast<unsigned char>(acc >> bits));
+        }
+    }
+    return bits < 6 && (acc & ((1u << bits) - 1)) == 0;
+}
+
+bool valid_utf8(std::string_view text)
+{
+    for (size_t i = 0; i < text.size();) {
+        const size_t n = utf8_sequence(text.substr(i));
+        if (n == 0) {
+            return false;
+        }
+        i += n;
+    }
+    return true;
+}
+
+void append_json_string(std::string &out, std::string_view text)
+{
+    out += '"';
+    for (size_t i = 0; i < text.size();) {
+        const char c = text[i];
+        const auto u = static_cast<unsigned char>(c);
+        if (u >= 0x80) {
+            const size_t n = utf8_sequence(text.substr(i));
+            if (n == 0) {
+                out += "\xEF\xBF\xBD"; // U+FFFD for each byte that starts no sequence
+                ++i;
+            } else {
+                out.append(text.substr(i, n));
+                i += n;
+            }
+            continue;
+        }
+        ++i;
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        default:
+            if (u < 0x20) {
+                out += "\\u00";
+                out += hex_lower[u >> 4];
+                out += hex_lower[u & 15];
+            } else {
+                out += c;
+            }
+        }
+    }
+    out += '"';
+}
+
+} // namespace obfl_wire

@@ -1,0 +1,29 @@
+// Bytes as text: hex as people paste it, base64, and JSON string literals.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace obfl_wire {
+
+// Hex text as people paste it: any spacing, either case, colons or commas
+// between bytes, 0x before any group. False when it is not that.
+bool parse_hex(std::string_view text, std::vector<uint8_t> &out);
+// "08 01 10 AC 02"
+std::string to_hex(std::span<const uint8_t> bytes);
+// "0801", the form of byte strings in JSON with --hex-bytes
+void append_plain_hex(std::string &out, std::span<const uint8_t> bytes);
+
+void append_base64(std::string &out, std::span<const uint8_t> bytes);
+// Standard or URL-safe alphabet, padding optional, as the JSON mapping allows.
+bool from_base64(std::string_view text, std::vector<unsigned char> &out);
+
+bool valid_utf8(std::string_view text);
+// A quoted JSON string; bytes that are not UTF-8 become U+FFFD.
+void append_json_string(std::string &out, std::string_view text);
+
+} // namespace obfl_wire
