@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build gcc g++ binutils pkg-config python3
-          libgtest-dev libprotobuf-dev protobuf-compiler
+          libgtest-dev libprotobuf-dev protobuf-compiler python3-protobuf
           nlohmann-json3-dev libcli11-dev
           clang-14 libclang-rt-14-dev valgrind
           dpkg-dev file lintian                        # the package test
