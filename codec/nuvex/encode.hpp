@@ -251,18 +251,10 @@ struct small {
     [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
     {
         const uint64_t have = presence(r);
-        size_t total = 0;
-        if constexpr (walked<R>()) {
-            for (uint64_t bits = have; bits != 0; bits &= bits - 1) {
-                all |= number_at(r, static_cast<unsigned>(std::countr_zero(bits)));
-                total += 2;
-            }
-        } else {
-            total = 2 * bit_count<last_number<R>()>(have & number_mask<R>());
-            [&]<class... F>(field_list<F...>) [[gnu::always_inline]] {
-                ((total += size_of<F>(r, have, all)), ...);
-            }(typename description<R>::fields{});
-        }
+        size_t total = 2 * bit_count<last_number<R>()>(have & number_mask<R>());
+        [&]<class... F>(field_list<F...>) [[gnu::always_inline]] {
+            ((total += size_of<F>(r, have, all)), ...);
+        }(typename description<R>::fields{});
         return total;
     }
 
