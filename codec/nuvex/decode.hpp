@@ -22,26 +22,20 @@ public:
     {
     }
 
-    // The members filled are gathered as presence bits and stored into the
-    // record's flags once, on the way out, whatever the result.
     template <class R>
     int fields(R &r)
     {
-        uint64_t have = 0;
-        int rc = MIVO_NO_ERROR;
         while (offset_ < size_) {
             uint32_t key;
             if (!read_varint(key)) {
-                rc = MIVO_ERROR_GARBLED;
-                break;
+                return MIVO_ERROR_GARBLED;
             }
-            rc = dispatch(r, key, have, typename description<R>::fields{});
+            const int rc = dispatch(r, key, typename description<R>::fields{});
             if (rc != MIVO_NO_ERROR) {
-                break;
+                return rc;
             }
         }
-        add_presence(r, have);
-        return rc;
+        return MIVO_NO_ERROR;
     }
 
 private:
@@ -50,14 +44,14 @@ private:
     bool shared() const { return (flags_ & MIVO_FLAG_SHARED) != 0; }
 
     template <class R, class... F>
-    int dispatch(R &r, uint32_t key, uint64_t &have, field_list<F...>)
+    int dispatch(R &r, uint32_t key, field_list<F...>)
     {
         const uint32_t number = key >> 3;
         const unsigned wire_type = key & 7u;
         int rc = unknown_field;
         // Folds into a compare chain the compiler turns into a jump table.
         (void)((number == F::number &&
-                (rc = wire_type == F::kind::wire_type ? value<F>(r, have) : MIVO_ERROR_WRONG_TYPE, true)) ||
+                (rc = wire_type == F::kind::wire_type ? value<F>(r) : MIVO_ERROR_WRONG_TYPE, true)) ||
                ...);
         if (rc == unknown_field) {
             // Field 0 and numbers past the record's last are skipped.
@@ -78,15 +72,13 @@ private:
         return read_long_varint(out);
     }
 
-    template <class V>
-    [[gnu::noinline]] bool read_long_varint(V &out)
+    [[gnu::noinline]] bool read_long_varint(uint32_t &out)
     {
-        const uint8_t *p = varint::get_checked(src_ + offset_, src_ + size_, out);
-        if (p == nullptr) {
-            return false;
-        }
-        offset_ = static_cast<size_t>(p - src_);
-        return true;
+        return nuvex_decode_var32(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
+    }
+    [[gnu::noinline]] bool read_long_varint(uint64_t &out)
+    {
+        return nuvex_decode_var64(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
     }
 
     // Reads a length and checks that its bytes lie inside the input.
@@ -250,7 +242,7 @@ private:
     // at its exact size; a run longer than that stack block is read again
     // from where the block ended, without bounds checks.
     template <class F, class R>
-    int number_run(R &r, uint64_t &have)
+    int number_run(R &r)
     {
         using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
         using V = std::conditional_t<F::kind::elem == element::varint64, uint64_t, uint32_t>;
@@ -313,14 +305,14 @@ private:
             }
         }
         offset_ = end;
-        have |= bit<F>;
+        F::mark(r, true);
         return MIVO_NO_ERROR;
     }
 
     // A repeated member is one unbroken run of fields with its number. The run
     // is counted first so that the array is allocated once at its exact size.
     template <class F, class R>
-    int repeated(R &r, uint64_t &have)
+    int repeated(R &r)
     {
         using K = typename F::kind;
         if (F::value(r) != nullptr) {
@@ -330,16 +322,16 @@ private:
             return MIVO_ERROR_ALLOC_FAILED;
         }
         if constexpr (K::wire_type == NUVEX_TYPE_VARINT) {
-            return number_run<F>(r, have);
+            return number_run<F>(r);
         } else {
-            return delimited_run<F>(r, have);
+            return delimited_run<F>(r);
         }
     }
 
     // A run of strings, byte strings or nested records: counted first by
     // their lengths alone, then read.
     template <class F, class R>
-    int delimited_run(R &r, uint64_t &have)
+    int delimited_run(R &r)
     {
         using K = typename F::kind;
         using E = std::remove_const_t<std::remove_pointer_t<std::remove_reference_t<decltype(F::value(r))>>>;
@@ -381,20 +373,17 @@ private:
                 return rc;
             }
         }
-        have |= bit<F>;
+        F::mark(r, true);
         return MIVO_NO_ERROR;
     }
 
-    template <class F>
-    static constexpr uint64_t bit = uint64_t{1} << (F::number - 1);
-
     // A field whose key has been matched to the member, wire type included.
     template <class F, class R>
-    int value(R &r, uint64_t &have)
+    int value(R &r)
     {
         using K = typename F::kind;
         if constexpr (K::repeated) {
-            return repeated<F>(r, have);
+            return repeated<F>(r);
         } else {
             auto &value = F::value(r);
             if constexpr (K::elem == element::string) {
@@ -416,7 +405,7 @@ private:
             if (rc != MIVO_NO_ERROR) {
                 return rc;
             }
-            have |= bit<F>;
+            F::mark(r, true);
             return MIVO_NO_ERROR;
         }
     }

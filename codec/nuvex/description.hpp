@@ -157,21 +157,6 @@ inline uint64_t presence(const R &r)
     return n == 64 ? word : word & ((uint64_t{1} << n) - 1);
 }
 
-// Sets the flags of the bits in have, leaving the others as they are: the
-// flag bytes are read, or-ed and written back as one word.
-template <class R>
-inline void add_presence(R &r, uint64_t have)
-{
-    static_assert(flags_follow_members<R>(), "presence flags must be the bits right after the last member");
-    constexpr size_t off = flags_offset<R>();
-    constexpr size_t bytes = (description<R>::fields::size + 7) / 8;
-    auto *flags = reinterpret_cast<unsigned char *>(&r) + off;
-    uint64_t word = 0;
-    std::memcpy(&word, flags, bytes);
-    word |= have;
-    std::memcpy(flags, &word, bytes);
-}
-
 } // namespace nuvex
 
 // Generic accessors for one member, usable on any record that has it.
