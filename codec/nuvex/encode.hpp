@@ -251,11 +251,14 @@ struct small {
     [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
     {
         const uint64_t have = presence(r);
-        size_t total = 2 * bit_count<last_number<R>()>(have & number_mask<R>());
-        [&]<class... F>(field_list<F...>) [[gnu::always_inline]] {
-            ((total += size_of<F>(r, have, all)), ...);
-        }(typename description<R>::fields{});
-        return total;
+        return 2 * bit_count<last_number<R>()>(have & number_mask<R>()) +
+               sizes(r, have, all, typename description<R>::fields{});
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...>)
+    {
+        return (size_t{0} + ... + size_of<F>(r, have, all));
     }
 
     template <class F, class R>
@@ -294,10 +297,16 @@ struct small {
                 p = put_pair(p, member_table<R>.key[i], v);
             }
         } else {
-            [&]<class... F>(field_list<F...>) [[gnu::always_inline]] {
-                ((p = put_one<F>(r, have, p, all)), ...);
-            }(typename description<R>::fields{});
+            p = put_fields(r, have, p, all, typename description<R>::fields{});
         }
+        return p;
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static uint8_t *put_fields(const R &r, uint64_t have, uint8_t *p, uint32_t &all,
+                                                       field_list<F...>)
+    {
+        ((p = put_one<F>(r, have, p, all)), ...);
         return p;
     }
 
