@@ -283,6 +283,46 @@ struct small {
         }
     }
 
+    // The largest size of a small record whose numbers are all below 128:
+    // two bytes a member, nested records at their largest.
+    template <class R>
+    static constexpr size_t fixed_bound()
+    {
+        return []<class... F>(field_list<F...>) {
+            return (size_t{0} + ... + member_bound<R, F>());
+        }(typename description<R>::fields{});
+    }
+
+    template <class R, class F>
+    static constexpr size_t member_bound()
+    {
+        if constexpr (is_number<F>) {
+            return 2;
+        } else if constexpr (F::kind::repeated) {
+            return 0;
+        } else {
+            return 2 + fixed_bound<nested_t<R, F>>();
+        }
+    }
+
+    template <class R>
+    static size_t bound(const R &r)
+    {
+        return fixed_bound<R>() + [&]<class... F>(field_list<F...>) {
+            return (size_t{0} + ... + repeated_bound<F>(r));
+        }(typename description<R>::fields{});
+    }
+
+    template <class F, class R>
+    static size_t repeated_bound(const R &r)
+    {
+        if constexpr (F::kind::repeated) {
+            return size_t{F::count(r)} * (2 + fixed_bound<nested_t<R, F>>());
+        } else {
+            return 0;
+        }
+    }
+
     // Writes a small record as if every number in it were below 128,
     // gathering the numbers written into all. Returns the end.
     template <class R>
@@ -754,7 +794,9 @@ template <class R>
 [[gnu::noinline]] size_t small_write(const R &source, uint8_t *dest, size_t dest_size, mivo_flags flags)
 {
     uint32_t all = 0;
-    if (dest_size >= largest_encoding_of(source)) {
+    // With room for the record at two bytes a member the write goes first;
+    // if a number turns out to need more, the general pass writes over it.
+    if (dest_size >= small::bound(source)) {
         const uint8_t *end = small::put(source, dest, all);
         if (all < 128) {
             return static_cast<size_t>(end - dest);
