@@ -194,6 +194,19 @@ private:
         }
     }
 
+    // One element of a run of numbers, bounds-checked: a varint of any length
+    // that ends inside the input, read a word at a time where it can be.
+    template <class V>
+    bool run_varint(V &out)
+    {
+        const uint8_t *p = varint::get_checked(src_ + offset_, src_ + size_, out);
+        if (p == nullptr) {
+            return false;
+        }
+        offset_ = static_cast<size_t>(p - src_);
+        return true;
+    }
+
     // A varint whose end the pre-scan of a run has already found.
     template <class V>
     V trusted_varint()
@@ -252,7 +265,7 @@ private:
         size_t end;
         int more;
         do {
-            if (!read_varint(first[count])) {
+            if (!run_varint(first[count])) {
                 return MIVO_ERROR_GARBLED;
             }
             ++count;
@@ -265,7 +278,7 @@ private:
         const size_t resume = offset_; // where the value of element `buffered` starts
         while (more != 0) {
             V ignored;
-            if (!read_varint(ignored)) {
+            if (!run_varint(ignored)) {
                 return MIVO_ERROR_GARBLED;
             }
             if (++count == UINT_MAX) {
