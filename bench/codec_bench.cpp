@@ -13,10 +13,13 @@
 #include <pb_decode.h>
 #include <pb_encode.h>
 
+#include <google/protobuf/util/message_differencer.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -679,6 +682,412 @@ bool add(const char *name, std::string wire, contenders<Rec, Pb, Pbc, Npb> c, un
             obfl__##pb##__unpack, obfl__##pb##__free_unpacked, obfl_##pb##_fields          \
     }
 
+// ---- W9: a line card's traffic ----------------------------------------------
+//
+// A fixed, seeded sequence of records of all 37 messages in the mix a line
+// card sends and receives: mostly syslog lines, sensor readings, bulk
+// readings and their replies, now and then a registration, a threshold, an
+// inventory record, a diagnostic result or a request's reply with data.
+// Each contender measures and writes, or decodes and releases, one record
+// per iteration in sequence order, so the times are per record of the mix.
+
+// name, relative weight in the mix
+#define W9_MESSAGES(X)                                                                                          \
+    X(svc_regn, 4) X(svc_regn_done, 4) X(svc_unregn, 2) X(svc_unregn_done, 2) X(write_env_pep_record, 6)        \
+    X(write_env_pep_record_done, 6) X(write_env_raw_record, 3) X(write_env_raw_record_done, 3)                 \
+    X(write_env_volt_thresholds, 3) X(write_env_volt_thresholds_done, 3) X(write_env_current_thresholds, 3)    \
+    X(write_env_current_thresholds_done, 3) X(write_env_temp_thresholds, 3) X(write_env_temp_thresholds_done, 3) \
+    X(log_env_sensor_info, 220) X(log_env_sensor_info_done, 200) X(log_bulk_env_sensor_info, 60)               \
+    X(log_bulk_env_sensor_info_done, 60) X(write_syslog_thresholds, 3) X(write_syslog_thresholds_done, 3)      \
+    X(log_syslog, 250) X(log_syslog_done, 230) X(log_str_thresholds, 3) X(log_str_thresholds_done, 3)          \
+    X(log_str, 20) X(log_str_done, 20) X(log_uptime, 10) X(log_uptime_done, 10) X(log_diag_record, 15)         \
+    X(log_diag_record_done, 15) X(log_diag_str_record, 8) X(log_diag_str_record_done, 8) X(mgbl_hello, 2)       \
+    X(mgbl_hello_done, 2) X(mgbl_notify_locations, 2) X(mgbl_request, 8) X(mgbl_request_done, 8)
+
+constexpr size_t w9_records = 12000;
+
+// One message as every contender handles it, behind plain function pointers
+// so that all of them pay the same indirect call.
+struct w9_kind {
+    const char *name;
+    unsigned weight;
+    const google::protobuf::Message *prototype;
+    size_t ours_size;
+    int (*ours_decode)(void *, const uint8_t *, size_t, mivo_alloc_t *, void *);
+    size_t (*ours_encode)(const void *, uint8_t *, size_t);
+    void (*ours_release)(void *, mivo_free_t *, void *);
+    bool (*pb_parse)(const uint8_t *, size_t);
+    size_t (*pb_write)(const google::protobuf::Message &, uint8_t *);
+    const ProtobufCMessageDescriptor *pbc;
+    const pb_msgdesc_t *npb;
+    size_t npb_size;
+    void (*npb_decoding)(void *, npb_blob *); // callback members set for decoding
+    void (*npb_encoding)(void *);             // and, afterwards, for encoding
+};
+
+#define W9_KIND(n, w)                                                                                         \
+    w9_kind{#n, w, &obfl::n::default_instance(), sizeof(struct mivo_##n),                                      \
+            [](void *r, const uint8_t *p, size_t k, mivo_alloc_t *a, void *t) {                                \
+                return mivo_##n##_decode_ext(static_cast<struct mivo_##n *>(r), p, k, a, t, MIVO_FLAGS_NONE);  \
+            },                                                                                                 \
+            [](const void *r, uint8_t *d, size_t k) {                                                          \
+                return mivo_##n##_encode_ext(static_cast<const struct mivo_##n *>(r), d, k, nullptr, nullptr,  \
+                                             MIVO_FLAGS_NONE);                                                 \
+            },                                                                                                 \
+            [](void *r, mivo_free_t *f, void *t) {                                                             \
+                mivo_##n##_free_ext(static_cast<struct mivo_##n *>(r), f, t, MIVO_FLAGS_NONE);                 \
+            },                                                                                                 \
+            [](const uint8_t *p, size_t k) {                                                                   \
+                obfl::n m;                                                                                     \
+                return m.ParseFromArray(p, static_cast<int>(k));                                               \
+            },                                                                                                 \
+            [](const google::protobuf::Message &m, uint8_t *d) {                                               \
+                const auto &typed = static_cast<const obfl::n &>(m);                                           \
+                benchmark::DoNotOptimize(typed.ByteSizeLong());                                                \
+                return static_cast<size_t>(typed.SerializeWithCachedSizesToArray(d) - d);                      \
+            },                                                                                                 \
+            &obfl__##n##__descriptor, obfl_##n##_fields, sizeof(obfl_##n),                                     \
+            [](void *m, npb_blob *b) { npb_for_decode(*static_cast<obfl_##n *>(m), b); },                       \
+            [](void *m) { npb_for_encode(*static_cast<obfl_##n *>(m)); }},
+
+const w9_kind w9_kinds[] = {W9_MESSAGES(W9_KIND)};
+
+// Plausible values: mostly small numbers and enumeration values, times near
+// now, names of a few dozen characters, syslog lines up to 120.
+class w9_filler {
+public:
+    explicit w9_filler(uint32_t seed) : rng_(seed) {}
+
+    void fill(google::protobuf::Message &m)
+    {
+        const auto *d = m.GetDescriptor();
+        const auto *rf = m.GetReflection();
+        if (d->name() == "tesk_entity_subtype_un") { // one sub-type, that of the entity's type
+            rf->SetUInt32(&m, d->field(static_cast<int>(below(12))), below(100));
+            return;
+        }
+        if (d->name() == "tesk_entity_tsi_st") {
+            rf->SetUInt32(&m, d->field(0), 1 + below(12));
+            fill(*rf->MutableMessage(&m, d->field(1)));
+            rf->SetUInt32(&m, d->field(2), below(64));
+            return;
+        }
+        if (d->name() == "tesk_eid_st") { // version, rack, slot, instance, chain length, chain
+            const unsigned chain = 1 + below(2);
+            const unsigned values[] = {1, below(4), below(32), below(8), chain};
+            for (int i = 0; i < 5; ++i) {
+                rf->SetUInt32(&m, d->field(i), values[i]);
+            }
+            for (unsigned i = 0; i < chain; ++i) {
+                fill(*rf->AddMessage(&m, d->field(5)));
+            }
+            return;
+        }
+        const unsigned run = 4 + below(29); // the lists of one bulk reading share their length
+        for (int i = 0; i < d->field_count(); ++i) {
+            const auto *f = d->field(i);
+            // nanopb's byte-string callback (request_done's _data) always
+            // writes its member, so that one is always present.
+            if (!f->is_repeated() && f->type() != google::protobuf::FieldDescriptor::TYPE_BYTES && below(100) < 12) {
+                continue;
+            }
+            const std::string &name = f->name();
+            unsigned count = 1;
+            if (f->is_repeated()) {
+                count = name == "tsi"             ? 1 + below(2)
+                        : name == "env_raw"       ? 1 + below(4)
+                        : name == "location_name" ? 1 + below(16)
+                        : name == "sensor_name"   ? 1 + below(32)
+                                                  : run;
+            }
+            for (unsigned k = 0; k < count; ++k) {
+                put(m, rf, f, name);
+            }
+        }
+    }
+
+private:
+    unsigned below(unsigned n) { return static_cast<unsigned>(rng_() % n); }
+    uint32_t small() { return below(100) < 75 ? below(128) : below(100) < 80 ? below(16384) : static_cast<uint32_t>(rng_()); }
+    std::string text(size_t n)
+    {
+        static const char stem[] = "%PLATFORM-ENVMON-2-TEMP_HIGH: inlet 0/RP0/CPU0 reads 71 C, above 70 C; fan tray 1 ";
+        std::string t;
+        const size_t at = below(sizeof stem - 1);
+        while (t.size() < n) {
+            t += stem[(at + t.size()) % (sizeof stem - 1)];
+        }
+        return t;
+    }
+
+    void put(google::protobuf::Message &m, const google::protobuf::Reflection *rf,
+             const google::protobuf::FieldDescriptor *f, const std::string &name)
+    {
+        using FD = google::protobuf::FieldDescriptor;
+        const bool rep = f->is_repeated();
+        switch (f->cpp_type()) {
+        case FD::CPPTYPE_UINT32: {
+            const bool time = name == "timestamp" || (name.size() > 3 && name.compare(name.size() - 3, 3, "_ts") == 0);
+            const uint32_t v = time
+                                   ? 1700000000u + below(10000000)
+                                   : small();
+            rep ? rf->AddUInt32(&m, f, v) : rf->SetUInt32(&m, f, v);
+            break;
+        }
+        case FD::CPPTYPE_INT32: {
+            const int32_t v = name == "scale" ? static_cast<int32_t>(below(7)) - 3
+                                              : static_cast<int32_t>(below(200000)) - 50000;
+            rep ? rf->AddInt32(&m, f, v) : rf->SetInt32(&m, f, v);
+            break;
+        }
+        case FD::CPPTYPE_UINT64: {
+            const uint64_t v = below(100) < 90 ? 0 : uint64_t{rng_()} << 20 | rng_();
+            rep ? rf->AddUInt64(&m, f, v) : rf->SetUInt64(&m, f, v);
+            break;
+        }
+        case FD::CPPTYPE_BOOL:
+            rep ? rf->AddBool(&m, f, below(2)) : rf->SetBool(&m, f, below(2));
+            break;
+        case FD::CPPTYPE_STRING: {
+            std::string v;
+            if (f->type() == FD::TYPE_BYTES) {
+                v.resize(64 + below(961));
+                for (char &c : v) {
+                    c = static_cast<char>(rng_());
+                }
+            } else {
+                v = text(name == "data" ? 40 + below(81) : 4 + below(28));
+            }
+            rep ? rf->AddString(&m, f, v) : rf->SetString(&m, f, v);
+            break;
+        }
+        case FD::CPPTYPE_MESSAGE:
+            fill(rep ? *rf->AddMessage(&m, f) : *rf->MutableMessage(&m, f));
+            break;
+        default:
+            break;
+        }
+    }
+
+    std::mt19937 rng_;
+};
+
+class line_card {
+public:
+    bool prepare()
+    {
+        std::mt19937 pick(20261124);
+        unsigned total = 0;
+        for (const auto &k : w9_kinds) {
+            total += k.weight;
+        }
+        w9_filler filler(7);
+        recs_.resize(w9_records);
+        for (size_t i = 0; i < w9_records; ++i) {
+            // Every message once first, then the mix.
+            unsigned kind = static_cast<unsigned>(i);
+            if (i >= std::size(w9_kinds)) {
+                unsigned at = static_cast<unsigned>(pick() % total);
+                for (kind = 0; at >= w9_kinds[kind].weight; ++kind) {
+                    at -= w9_kinds[kind].weight;
+                }
+            }
+            if (!prepare_one(recs_[i], kind, filler)) {
+                return fail(std::string("W9 record ") + std::to_string(i) + " (" + w9_kinds[kind].name + ")");
+            }
+            largest_ = std::max(largest_, recs_[i].wire.size());
+        }
+        out_.assign(2 * largest_ + 1024, 0);
+        return true;
+    }
+
+    void register_all()
+    {
+        reg("measure_write/ours", &line_card::encode_ours);
+        reg("encode/libprotobuf", &line_card::encode_pb);
+        reg("encode/protobuf-c", &line_card::encode_pbc);
+        reg("encode/nanopb", &line_card::encode_npb);
+        reg("decode/ours", &line_card::decode_ours);
+        reg("decode/libprotobuf", &line_card::decode_pb);
+        reg("decode/protobuf-c", &line_card::decode_pbc);
+        reg("decode/nanopb", &line_card::decode_npb);
+    }
+
+    ~line_card()
+    {
+        for (auto &r : recs_) {
+            if (r.ours) {
+                w9_kinds[r.kind].ours_release(r.ours.get(), heap_free, nullptr);
+            }
+            if (r.pbc != nullptr) {
+                protobuf_c_message_free_unpacked(r.pbc, nullptr);
+            }
+        }
+    }
+
+private:
+    struct record {
+        unsigned kind = 0;
+        std::string wire;
+        std::unique_ptr<unsigned char[]> ours;
+        std::unique_ptr<google::protobuf::Message> pb;
+        ProtobufCMessage *pbc = nullptr;
+        std::unique_ptr<unsigned char[]> npb;
+        std::unique_ptr<npb_blob> blob;
+    };
+    using method = void (line_card::*)(benchmark::State &);
+
+    void reg(const char *what, method m)
+    {
+        benchmark::RegisterBenchmark((std::string("W9_line_card/") + what).c_str(),
+                                     [this, m](benchmark::State &st) { (this->*m)(st); });
+    }
+
+    // Every contender decodes the record, and each one's encoding reads back
+    // in libprotobuf as the same message.
+    bool prepare_one(record &r, unsigned kind, w9_filler &filler)
+    {
+        const w9_kind &k = w9_kinds[kind];
+        r.kind = kind;
+        r.pb.reset(k.prototype->New());
+        filler.fill(*r.pb);
+        r.wire = r.pb->SerializeAsString();
+        r.ours = std::make_unique<unsigned char[]>(k.ours_size);
+        r.npb = std::make_unique<unsigned char[]>(k.npb_size);
+        if (std::strcmp(k.name, "mgbl_request_done") == 0) {
+            r.blob = std::make_unique<npb_blob>(); // the one callback member's storage
+        }
+        k.npb_decoding(r.npb.get(), r.blob.get());
+        pb_istream_t is = pb_istream_from_buffer(u8(r.wire), r.wire.size());
+        if (k.ours_decode(r.ours.get(), u8(r.wire), r.wire.size(), heap_alloc, nullptr) != MIVO_NO_ERROR ||
+            (r.pbc = protobuf_c_message_unpack(k.pbc, nullptr, r.wire.size(), u8(r.wire))) == nullptr ||
+            !pb_decode(&is, k.npb, r.npb.get())) {
+            return false;
+        }
+        k.npb_encoding(r.npb.get());
+        std::string ours(k.ours_encode(r.ours.get(), nullptr, 0), '\0');
+        k.ours_encode(r.ours.get(), reinterpret_cast<uint8_t *>(ours.data()), ours.size());
+        std::string pbc(protobuf_c_message_get_packed_size(r.pbc), '\0');
+        protobuf_c_message_pack(r.pbc, reinterpret_cast<uint8_t *>(pbc.data()));
+        size_t n = 0;
+        pb_get_encoded_size(&n, k.npb, r.npb.get());
+        std::string npb(n, '\0');
+        pb_ostream_t os = pb_ostream_from_buffer(reinterpret_cast<uint8_t *>(npb.data()), n);
+        if (!pb_encode(&os, k.npb, r.npb.get())) {
+            return false;
+        }
+        for (const std::string *bytes : {&ours, &pbc, &npb}) {
+            std::unique_ptr<google::protobuf::Message> back(k.prototype->New());
+            if (!back->ParseFromString(*bytes) || !google::protobuf::util::MessageDifferencer::Equals(*back, *r.pb)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    const record &next()
+    {
+        const record &r = recs_[at_];
+        if (++at_ == recs_.size()) {
+            at_ = 0;
+        }
+        return r;
+    }
+
+    void encode_ours(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            const auto &k = w9_kinds[r.kind];
+            const size_t n = k.ours_encode(r.ours.get(), nullptr, 0);
+            benchmark::DoNotOptimize(k.ours_encode(r.ours.get(), out_.data(), n));
+            benchmark::ClobberMemory();
+        }
+    }
+    void encode_pb(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            benchmark::DoNotOptimize(w9_kinds[r.kind].pb_write(*r.pb, out_.data()));
+            benchmark::ClobberMemory();
+        }
+    }
+    void encode_pbc(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            benchmark::DoNotOptimize(protobuf_c_message_get_packed_size(r.pbc));
+            benchmark::DoNotOptimize(protobuf_c_message_pack(r.pbc, out_.data()));
+            benchmark::ClobberMemory();
+        }
+    }
+    void encode_npb(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            const auto &k = w9_kinds[r.kind];
+            size_t n = 0;
+            pb_get_encoded_size(&n, k.npb, r.npb.get());
+            pb_ostream_t os = pb_ostream_from_buffer(out_.data(), n);
+            benchmark::DoNotOptimize(pb_encode(&os, k.npb, r.npb.get()));
+            benchmark::ClobberMemory();
+        }
+    }
+    void decode_ours(benchmark::State &st)
+    {
+        size_t largest = 0;
+        for (const auto &k : w9_kinds) {
+            largest = std::max(largest, k.ours_size);
+        }
+        std::vector<unsigned char> scratch(largest);
+        for (auto _ : st) {
+            const record &r = next();
+            const auto &k = w9_kinds[r.kind];
+            benchmark::DoNotOptimize(k.ours_decode(scratch.data(), u8(r.wire), r.wire.size(), heap_alloc, nullptr));
+            k.ours_release(scratch.data(), heap_free, nullptr);
+        }
+    }
+    void decode_pb(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            benchmark::DoNotOptimize(w9_kinds[r.kind].pb_parse(u8(r.wire), r.wire.size()));
+        }
+    }
+    void decode_pbc(benchmark::State &st)
+    {
+        for (auto _ : st) {
+            const record &r = next();
+            ProtobufCMessage *m = protobuf_c_message_unpack(w9_kinds[r.kind].pbc, nullptr, r.wire.size(), u8(r.wire));
+            benchmark::DoNotOptimize(m);
+            protobuf_c_message_free_unpacked(m, nullptr);
+        }
+    }
+    // nanopb decodes into a static record of the message's type, kept per
+    // message: nothing to allocate or release.
+    void decode_npb(benchmark::State &st)
+    {
+        std::vector<std::unique_ptr<unsigned char[]>> scratch;
+        std::vector<std::unique_ptr<npb_blob>> blobs;
+        for (const auto &k : w9_kinds) {
+            scratch.push_back(std::make_unique<unsigned char[]>(k.npb_size));
+            blobs.push_back(std::make_unique<npb_blob>());
+            k.npb_decoding(scratch.back().get(), blobs.back().get());
+        }
+        for (auto _ : st) {
+            const record &r = next();
+            pb_istream_t is = pb_istream_from_buffer(u8(r.wire), r.wire.size());
+            benchmark::DoNotOptimize(pb_decode(&is, w9_kinds[r.kind].npb, scratch[r.kind].get()));
+            benchmark::ClobberMemory();
+        }
+    }
+
+    std::vector<record> recs_;
+    size_t largest_ = 0;
+    size_t at_ = 0;
+    std::vector<uint8_t> out_;
+};
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -700,9 +1109,11 @@ int main(int argc, char **argv)
         add("W7_diag_record", w7(), PEERS(log_diag_record, log_diag_record, LogDiagRecord), everyday) &&
         add("W8_notify_locations", w8(), PEERS(mgbl_notify_locations, mgbl_notify_locations, MgblNotifyLocations),
             everyday);
-    if (!ok) {
+    static line_card w9;
+    if (!ok || !w9.prepare()) {
         return 1;
     }
+    w9.register_all();
     std::fprintf(stderr, "cross-check passed: every contender's bytes decode alike in every other\n");
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

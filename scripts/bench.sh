@@ -87,7 +87,10 @@ print("Workloads: W1 `mivo_log_syslog` (request head, one tsi per identifier, 12
       "`mivo_mgbl_request_done` (64 KiB `_data`; 1 KiB and 64 B variants for gather and shared decode); W4 "
       "`mivo_write_env_raw_record` (three strings, 16 blocks of 1 KiB); W5 `mivo_write_env_temp_thresholds` "
       "(32 ids, 32 names); W6 `mivo_mgbl_hello_done` (`_err_code` above 2^32); W7 `mivo_log_diag_record` "
-      "(all 19 members); W8 `mivo_mgbl_notify_locations` (16 names). Decoders are fed libprotobuf's "
+      "(all 19 members); W8 `mivo_mgbl_notify_locations` (16 names); W9 a line card's traffic: a fixed, seeded "
+      "sequence of 12,000 records of all 37 messages (mostly syslog lines, sensor readings, bulk readings and "
+      "their replies), one record per operation in sequence order, so its figures are per record of the mix. "
+      "Decoders are fed libprotobuf's "
       "encoding; before timing, every contender's encoding is decoded and re-encoded by every other.\n")
 print("nanopb packs repeated numbers, so its W2 and W5 encodings are not the same message on the wire and are "
       "left out of the comparisons; its W3 `_data` (64 KiB, beyond its 16-bit sizes) goes through a callback.\n")
@@ -149,6 +152,21 @@ for line in open(sys.argv[2]):
 print("\nOurs: `libmivo_obfl_mgr.so` and `libmivo_tesk_eid.so` as built here. libprotobuf, protobuf-c: "
       "their generated code compiled at -O3, and the Debian shared runtime. nanopb: its generated "
       "descriptors and the Debian static runtime.\n")
+w9 = {op: t.get(("W9_line_card", op), {}) for op in ("measure_write", "encode", "decode")}
+if w9["decode"]:
+    print("## W9, a line card's traffic, beside each contender's code size\n")
+    print("Per record of the mix, median ns: ours measures then writes, the peers size then serialize; decode "
+          "includes release (nanopb decodes into a static record). Code size as in the table above.\n")
+    print("| contender | encode | decode + release | generated code | runtime library |")
+    print("|---|---:|---:|---:|---:|")
+    for line in open(sys.argv[2]):
+        who, gen, rt = line.split()
+        enc = w9["measure_write"].get("ours") if who == "ours" else w9["encode"].get(who)
+        dec = w9["decode"].get(who)
+        cell = lambda v: "-" if v is None else f"{v:.1f}"
+        print(f"| {who} | {cell(enc)} | {cell(dec)} | {int(gen)} | {int(rt) if int(rt) else '-'} |")
+    print()
+
 print("![ratios](benchmarks.png)\n")
 print("The plot shows each ratio above on a log scale (1 = parity with the fastest peer).")
 

@@ -4,13 +4,13 @@
 // release operation can hand it back whatever happened.
 #pragma once
 
-#include <bit>
 #include <climits>
 #include <cstring>
 #include <type_traits>
 
 #include "mivo_tesk_eid_def.h"
 #include "nuvex/description.hpp"
+#include "nuvex/varint.hpp"
 #include "nuvex_decode.h"
 
 namespace nuvex {
@@ -27,10 +27,10 @@ public:
     {
         while (offset_ < size_) {
             uint32_t key;
-            if (nuvex_decode_var32(&key, &offset_, src_, size_) != MIVO_NO_ERROR) {
+            if (!read_varint(key)) {
                 return MIVO_ERROR_GARBLED;
             }
-            int rc = dispatch(r, key, typename description<R>::fields{});
+            const int rc = dispatch(r, key, typename description<R>::fields{});
             if (rc != MIVO_NO_ERROR) {
                 return rc;
             }
@@ -50,7 +50,9 @@ private:
         const unsigned wire_type = key & 7u;
         int rc = unknown_field;
         // Folds into a compare chain the compiler turns into a jump table.
-        (void)((number == F::number && (rc = member<F>(r, wire_type), true)) || ...);
+        (void)((number == F::number &&
+                (rc = wire_type == F::kind::wire_type ? value<F>(r) : MIVO_ERROR_WRONG_TYPE, true)) ||
+               ...);
         if (rc == unknown_field) {
             // Field 0 and numbers past the record's last are skipped.
             rc = nuvex_decode_advance(wire_type, &offset_, src_, size_);
@@ -58,10 +60,31 @@ private:
         return rc;
     }
 
+    // A varint at the offset that ends inside the input; false if none does.
+    template <class V>
+    bool read_varint(V &out)
+    {
+        // Most keys and values are one byte.
+        if (offset_ < size_ && src_[offset_] < 0x80u) {
+            out = src_[offset_++];
+            return true;
+        }
+        return read_long_varint(out);
+    }
+
+    [[gnu::noinline]] bool read_long_varint(uint32_t &out)
+    {
+        return nuvex_decode_var32(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
+    }
+    [[gnu::noinline]] bool read_long_varint(uint64_t &out)
+    {
+        return nuvex_decode_var64(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
+    }
+
     // Reads a length and checks that its bytes lie inside the input.
     int length(uint32_t &len)
     {
-        if (nuvex_decode_var32(&len, &offset_, src_, size_) != MIVO_NO_ERROR || len > size_ - offset_) {
+        if (!read_varint(len) || len > size_ - offset_) {
             return MIVO_ERROR_GARBLED;
         }
         return MIVO_NO_ERROR;
@@ -149,7 +172,7 @@ private:
     {
         if constexpr (K::elem == element::varint32 || K::elem == element::boolean) {
             uint32_t v;
-            if (nuvex_decode_var32(&v, &offset_, src_, size_) != MIVO_NO_ERROR) {
+            if (!read_varint(v)) {
                 return MIVO_ERROR_GARBLED;
             }
             if constexpr (K::elem == element::boolean) {
@@ -159,7 +182,7 @@ private:
             }
             return MIVO_NO_ERROR;
         } else if constexpr (K::elem == element::varint64) {
-            return nuvex_decode_var64(&out, &offset_, src_, size_);
+            return read_varint(out) ? MIVO_NO_ERROR : MIVO_ERROR_GARBLED;
         } else if constexpr (K::elem == element::string) {
             return string(out);
         } else if constexpr (K::elem == element::bytes) {
@@ -171,106 +194,26 @@ private:
         }
     }
 
-    // A varint whose end is already known to lie inside the input. Bytes
-    // past the tenth shift out of the value, as in the bounded readers, and
-    // the low 32 bits are what the 32-bit reader would give.
-    uint64_t trusted_varint()
-    {
-        const uint8_t *p = src_ + offset_;
-        uint64_t value = 0;
-        unsigned shift = 0;
-        uint8_t byte;
-        do {
-            byte = *p++;
-            if (shift < 64) {
-                value |= uint64_t{byte & 0x7Fu} << shift;
-            }
-            shift += 7;
-        } while (byte & 0x80u);
-        offset_ = static_cast<size_t>(p - src_);
-        return value;
-    }
-
-    // The same for a 32-bit element: only the first five bytes carry bits
-    // that survive, so the rest of a long (sign-extended) form is skipped
-    // without assembling anything.
-    uint32_t trusted_varint32()
-    {
-        const uint8_t *p = src_ + offset_;
-        uint32_t value = 0;
-        for (unsigned shift = 0; shift < 35; shift += 7) {
-            const uint8_t byte = *p++;
-            value |= uint32_t{byte & 0x7Fu} << shift;
-            if ((byte & 0x80u) == 0) {
-                offset_ = static_cast<size_t>(p - src_);
-                return value;
-            }
-        }
-        while (*p++ & 0x80u) {
-        }
-        offset_ = static_cast<size_t>(p - src_);
-        return value;
-    }
-
     // One element of a run of numbers, bounds-checked: a varint of any length
-    // that ends inside the input. Only the bits a member keeps are assembled
-    // (the first five bytes for 32 bits, ten for 64), as the readers above do.
+    // that ends inside the input, read a word at a time where it can be.
     template <class V>
     bool run_varint(V &out)
     {
-        constexpr unsigned kept_bytes = sizeof(V) == 8 ? 10 : 5;
-        const uint8_t *p = src_ + offset_;
-        const uint8_t *const end = src_ + size_;
-        V value = 0;
-        if (static_cast<size_t>(end - p) >= 10) {
-            // Room for the longest usual form: no check per byte.
-            for (unsigned i = 0; i < kept_bytes; ++i) {
-                const uint8_t byte = p[i];
-                value |= static_cast<V>(static_cast<V>(byte & 0x7Fu) << (7 * i));
-                if ((byte & 0x80u) == 0) {
-                    out = value;
-                    offset_ += i + 1;
-                    return true;
-                }
-            }
-            p += kept_bytes;
-        } else {
-            unsigned shift = 0;
-            uint8_t byte;
-            do {
-                if (p == end) {
-                    return false;
-                }
-                byte = *p++;
-                if (shift < 7 * kept_bytes) {
-                    value |= static_cast<V>(static_cast<V>(byte & 0x7Fu) << shift);
-                    shift += 7;
-                }
-            } while (byte & 0x80u);
-            out = value;
-            offset_ = static_cast<size_t>(p - src_);
-            return true;
+        const uint8_t *p = varint::get_checked(src_ + offset_, src_ + size_, out);
+        if (p == nullptr) {
+            return false;
         }
-        // Past the kept bytes only the end is looked for: the five further
-        // bytes of a sign-extended negative 32-bit value end in one word.
-        if (std::endian::native == std::endian::little && static_cast<size_t>(end - p) >= 8) {
-            uint64_t word;
-            std::memcpy(&word, p, 8);
-            const uint64_t last = ~word & 0x8080808080808080u;
-            if (last != 0) {
-                out = value;
-                offset_ = static_cast<size_t>(p - src_) + static_cast<size_t>(__builtin_ctzll(last) / 8) + 1;
-                return true;
-            }
-        }
-        do {
-            if (p == end) {
-                return false;
-            }
-        } while (*p++ & 0x80u);
-        out = value;
         offset_ = static_cast<size_t>(p - src_);
         return true;
+    }
+
+    // A varint whose end the pre-scan of a run has already found.
+    template <class V>
+    V trusted_varint()
+    {
+        V value;
+        offset_ = static_cast<size_t>(varint::get(src_ + offset_, value) - src_);
+        return value;
     }
 
     // The key of the next element of a run, already checked by the pre-scan.
@@ -280,7 +223,7 @@ private:
         if (F::number < 16 && src_[offset_] == F::key) {
             ++offset_;
         } else {
-            (void)trusted_varint();
+            (void)trusted_varint<uint32_t>();
         }
     }
 
@@ -301,7 +244,7 @@ private:
             }
         }
         uint32_t next;
-        if (nuvex_decode_var32(&next, &offset_, src_, size_) != MIVO_NO_ERROR) {
+        if (!read_varint(next)) {
             return MIVO_ERROR_GARBLED;
         }
         return (next >> 3) == F::number ? 1 : 0;
@@ -371,7 +314,7 @@ private:
                 if (i != buffered) {
                     skip_key<F>();
                 }
-                array[i] = element_of(sizeof(V) == 8 ? trusted_varint() : trusted_varint32());
+                array[i] = element_of(trusted_varint<V>());
             }
         }
         offset_ = end;
@@ -447,13 +390,11 @@ private:
         return MIVO_NO_ERROR;
     }
 
+    // A field whose key has been matched to the member, wire type included.
     template <class F, class R>
-    int member(R &r, unsigned wire_type)
+    int value(R &r)
     {
         using K = typename F::kind;
-        if (wire_type != K::wire_type) {
-            return MIVO_ERROR_WRONG_TYPE;
-        }
         if constexpr (K::repeated) {
             return repeated<F>(r);
         } else {

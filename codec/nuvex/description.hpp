@@ -4,6 +4,7 @@
 // record, so every entry point is straight-line code with constant keys.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -113,6 +114,49 @@ constexpr void for_each_field(Fn &&fn)
     [&]<class... F>(field_list<F...>) { (fn.template operator()<F>(), ...); }(typename description<Record>::fields{});
 }
 
+// The presence flags are 1-bit fields after the last member, one per member
+// in member order, packed from the lowest bit of the first byte after it.
+// Code that reads them as one word relies on that; the checks below make a
+// record laid out otherwise fail to build instead of coding wrong bytes.
+template <class R>
+constexpr size_t flags_offset()
+{
+    return []<class... F>(field_list<F...>) {
+        size_t end = 0;
+        ((end = F::template end<R>()), ...);
+        return end;
+    }(typename description<R>::fields{});
+}
+
+template <class R>
+constexpr bool flags_follow_members()
+{
+    constexpr size_t n = description<R>::fields::size;
+    constexpr size_t flag_bytes = (n + 7) / 8;
+    constexpr size_t used = flags_offset<R>() + flag_bytes;
+    const bool in_order = []<class... F>(field_list<F...>) {
+        size_t last = 0;
+        bool ok = true;
+        ((ok = ok && F::template offset<R>() >= last, last = F::template end<R>()), ...);
+        return ok;
+    }(typename description<R>::fields{});
+    return in_order && n <= 64 && (used + alignof(R) - 1) / alignof(R) * alignof(R) == sizeof(R);
+}
+
+// Every presence flag of a record as one word, bit i for member i + 1.
+template <class R>
+inline uint64_t presence(const R &r)
+{
+    static_assert(flags_follow_members<R>(), "presence flags must be the bits right after the last member");
+    constexpr size_t n = description<R>::fields::size;
+    constexpr size_t off = flags_offset<R>();
+    constexpr size_t avail = sizeof(R) - off < 8 ? sizeof(R) - off : 8;
+    uint64_t word = 0;
+    std::memcpy(&word, reinterpret_cast<const unsigned char *>(&r) + off, avail);
+    static_assert(std::endian::native == std::endian::little, "flag bits are read as a little-endian word");
+    return n == 64 ? word : word & ((uint64_t{1} << n) - 1);
+}
+
 } // namespace nuvex
 
 // Generic accessors for one member, usable on any record that has it.
@@ -125,6 +169,15 @@ constexpr void for_each_field(Fn &&fn)
         template <class R> static constexpr auto &count(R &r) { return r._##name##_count; } \
         template <class R> static constexpr bool present(const R &r) { return r._have_##name; } \
         template <class R> static constexpr void mark(R &r, bool on) { r._have_##name = on; } \
+        template <class R> static constexpr size_t offset() { return offsetof(R, _##name); } \
+        template <class R> static constexpr size_t end()                                    \
+        {                                                                                   \
+            if constexpr (kind::repeated) {                                                 \
+                return offsetof(R, _##name##_count) + sizeof(unsigned int);                 \
+            } else {                                                                        \
+                return offsetof(R, _##name) + sizeof(R::_##name);                           \
+            }                                                                               \
+        }                                                                                   \
     };
 #define NUVEX_LIST_ENTRY(rec, KIND, name, ctype) , nuvex_members::rec::f_##name
 
@@ -136,4 +189,5 @@ constexpr void for_each_field(Fn &&fn)
     struct nuvex::description<struct rec>                                                           \
         : nuvex::record_description<struct rec FIELDS(NUVEX_LIST_ENTRY, rec)> {                    \
         static void init(struct rec *r) { rec##_init(r); }                                          \
-    };
+    };                                                                                              \
+    static_assert(nuvex::flags_follow_members<struct rec>(), "flags of " #rec " out of place");

@@ -13,16 +13,30 @@
 
 namespace nuvex {
 
-// A record of numbers only (no pointers, no identifiers): its copy is its
-// bytes, values and flags alike, so one block copy does every member.
+// A record of numbers only, nested records of numbers included (no
+// pointers, no identifiers): its copy is its bytes, values and flags alike,
+// so one block copy does every member. The identifier's tsi element is one.
+template <class R>
+constexpr bool plain_record();
+
+template <class R, class F>
+constexpr bool plain_member()
+{
+    using K = typename F::kind;
+    if constexpr (K::repeated) {
+        return false;
+    } else if constexpr (K::elem == element::message) {
+        return plain_record<std::remove_cvref_t<decltype(F::value(std::declval<R &>()))>>();
+    } else {
+        return K::elem == element::varint32 || K::elem == element::boolean || K::elem == element::varint64;
+    }
+}
+
 template <class R>
 constexpr bool plain_record()
 {
-    return []<class... F>(field_list<F...>) {
-        return ((!F::kind::repeated && (F::kind::elem == element::varint32 || F::kind::elem == element::boolean ||
-                                         F::kind::elem == element::varint64)) &&
-                ...);
-    }(typename description<R>::fields{});
+    return []<class... F>(field_list<F...>) { return (plain_member<R, F>() && ...); }(
+        typename description<R>::fields{});
 }
 
 class duplicator {
@@ -113,8 +127,12 @@ private:
                 bytes(array[i], from[i]);
             }
         } else if constexpr (K::elem == element::message) {
-            for (unsigned i = 0; i < count; ++i) {
-                fields(array[i], from[i]);
+            if constexpr (plain_record<E>()) {
+                std::memcpy(static_cast<void *>(array), from, sizeof(E) * count);
+            } else {
+                for (unsigned i = 0; i < count; ++i) {
+                    fields(array[i], from[i]);
+                }
             }
         } else {
             std::memcpy(array, from, sizeof(E) * count);

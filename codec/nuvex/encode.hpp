@@ -10,45 +10,17 @@
 // member that meets the end of a short buffer goes byte by byte.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
 
 #include "mivo_tesk_eid_def.h"
 #include "nuvex/description.hpp"
+#include "nuvex/varint.hpp"
 #include "nuvex_encode.h"
 
 namespace nuvex {
-
-// Encoded size of a varint, from the index of its highest set bit (one
-// bit-scan and a multiply-shift: index 0-6 gives 1, 7-13 gives 2, ... 63
-// gives 10).
-constexpr size_t varint_size(uint64_t v)
-{
-    const unsigned top = 63u ^ static_cast<unsigned>(__builtin_clzll(v | 1));
-    return (top * 9 + 73) >> 6;
-}
-
-// Unchecked stores for when the room left is known to suffice.
-inline uint8_t *put_var32(uint8_t *p, uint32_t v)
-{
-    while (v > 0x7Fu) {
-        *p++ = static_cast<uint8_t>(v | 0x80u);
-        v >>= 7;
-    }
-    *p++ = static_cast<uint8_t>(v);
-    return p;
-}
-
-inline uint8_t *put_var64(uint8_t *p, uint64_t v)
-{
-    while (v > 0x7Fu) {
-        *p++ = static_cast<uint8_t>(v | 0x80u);
-        v >>= 7;
-    }
-    *p++ = static_cast<uint8_t>(v);
-    return p;
-}
 
 template <class F>
 constexpr size_t key_size = F::number < 16 ? 1 : 2;
@@ -134,6 +106,280 @@ size_t largest_encoding_of(const R &r)
     }(typename description<R>::fields{});
 }
 
+// Records of small numbers. A record whose members are all 32-bit numbers
+// or booleans with one-byte keys, or nested records of the same sort (alone
+// or repeated) below 128 bytes, codes every member as exactly two bytes when
+// each number is below 128: key and value, or key and one-byte length. Its
+// size is then arithmetic on the presence word, and writing it is one 16-bit
+// store per number. The identifier is such a record.
+template <class R>
+constexpr bool small_record();
+
+template <class R, class F>
+constexpr auto nested_of()
+{
+    if constexpr (F::kind::repeated) {
+        return std::type_identity<std::remove_cvref_t<decltype(*F::value(std::declval<const R &>()))>>{};
+    } else {
+        return std::type_identity<std::remove_cvref_t<decltype(F::value(std::declval<const R &>()))>>{};
+    }
+}
+
+template <class R, class F>
+using nested_t = typename decltype(nested_of<R, F>())::type;
+
+template <class R, class F>
+constexpr bool small_member()
+{
+    using K = typename F::kind;
+    if constexpr (F::number >= 16) {
+        return false;
+    } else if constexpr (K::elem == element::varint32 || K::elem == element::boolean) {
+        return !K::repeated;
+    } else if constexpr (K::elem == element::message) {
+        using N = nested_t<R, F>;
+        return small_record<N>() && largest_encoding<N>() < 128;
+    } else {
+        return false;
+    }
+}
+
+template <class R>
+constexpr bool small_record()
+{
+    return []<class... F>(field_list<F...>) { return (small_member<R, F>() && ...); }(
+        typename description<R>::fields{});
+}
+
+template <class F>
+constexpr bool is_number = F::kind::elem != element::message;
+
+template <class R>
+constexpr uint64_t number_mask()
+{
+    return []<class... F>(field_list<F...>) {
+        return ((is_number<F> ? uint64_t{1} << (F::number - 1) : 0) | ... | 0);
+    }(typename description<R>::fields{});
+}
+
+template <class F, class R>
+inline uint32_t number_of(const R &r)
+{
+    return static_cast<uint32_t>(F::value(r));
+}
+
+// Bits set in a byte, for the presence word: the machines the library is
+// built for need not have a population-count instruction.
+inline constexpr auto bits_in_byte = [] {
+    struct table {
+        uint8_t n[256];
+    } t{};
+    for (unsigned i = 0; i < 256; ++i) {
+        t.n[i] = static_cast<uint8_t>((i & 1) + t.n[i / 2]);
+    }
+    return t;
+}();
+
+template <unsigned Bits>
+[[gnu::always_inline]] inline size_t bit_count(uint64_t word)
+{
+    size_t n = 0;
+    for (unsigned i = 0; i < Bits; i += 8) {
+        n += bits_in_byte.n[(word >> i) & 0xFF];
+    }
+    return n;
+}
+
+template <class R>
+constexpr unsigned last_number()
+{
+    return 64 - static_cast<unsigned>(std::countl_zero(number_mask<R>()));
+}
+
+// A wide record of numbers alone (the sub-type's twelve) is walked by its set
+// presence bits, with the offset, width and key of each member from a table.
+template <class R>
+constexpr bool walked()
+{
+    return description<R>::fields::size > 8 && number_mask<R>() == (uint64_t{1} << last_number<R>()) - 1;
+}
+
+template <class R>
+constexpr auto member_table = []<class... F>(field_list<F...>) {
+    struct table {
+        uint16_t at[sizeof...(F)];
+        uint8_t width[sizeof...(F)];
+        uint8_t key[sizeof...(F)];
+    } t{{static_cast<uint16_t>(F::template offset<R>())...},
+        {static_cast<uint8_t>(sizeof(F::value(std::declval<R &>())))...},
+        {F::key...}};
+    return t;
+}(typename description<R>::fields{});
+
+template <class R>
+[[gnu::always_inline]] inline uint32_t number_at(const R &r, unsigned i)
+{
+    constexpr bool all_words = []<class... F>(field_list<F...>) {
+        return ((sizeof(F::value(std::declval<R &>())) == 4) && ...);
+    }(typename description<R>::fields{});
+    const auto *base = reinterpret_cast<const unsigned char *>(&r);
+    uint32_t v = 0;
+    if (all_words || member_table<R>.width[i] == 4) {
+        std::memcpy(&v, base + member_table<R>.at[i], 4);
+    } else {
+        v = base[member_table<R>.at[i]];
+    }
+    return v;
+}
+
+[[gnu::always_inline]] inline uint8_t *put_pair(uint8_t *p, uint8_t first, uint32_t second)
+{
+    const uint16_t pair = static_cast<uint16_t>(first | second << 8);
+    std::memcpy(p, &pair, 2);
+    return p + 2;
+}
+
+// The two passes over a small record, written as folds over its fields so
+// that the whole identifier inlines into its entry point.
+struct small {
+    // The size of a small record; all gathers its numbers, so that the
+    // caller can tell whether each was below 128. Narrow records gather
+    // every number, present or not (a flagless member holding a large value
+    // only sends the record down the general path); walked ones only the
+    // present.
+    template <class R>
+    [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
+    {
+        const uint64_t have = presence(r);
+        return 2 * bit_count<last_number<R>()>(have & number_mask<R>()) +
+               sizes(r, have, all, typename description<R>::fields{});
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...>)
+    {
+        return (size_t{0} + ... + size_of<F>(r, have, all));
+    }
+
+    template <class F, class R>
+    [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint32_t &all)
+    {
+        if constexpr (is_number<F>) {
+            all |= number_of<F>(r);
+            return 0;
+        } else if constexpr (!F::kind::repeated) {
+            return (have >> (F::number - 1) & 1) ? 2 + size(F::value(r), all) : 0;
+        } else {
+            const auto *array = F::value(r);
+            if ((have >> (F::number - 1) & 1) == 0 || array == nullptr) {
+                return 0;
+            }
+            const unsigned count = F::count(r);
+            size_t total = 2 * size_t{count};
+            for (unsigned i = 0; i < count; ++i) {
+                total += size(array[i], all);
+            }
+            return total;
+        }
+    }
+
+    // The largest size of a small record whose numbers are all below 128:
+    // two bytes a member, nested records at their largest.
+    template <class R>
+    static constexpr size_t fixed_bound()
+    {
+        return []<class... F>(field_list<F...>) {
+            return (size_t{0} + ... + member_bound<R, F>());
+        }(typename description<R>::fields{});
+    }
+
+    template <class R, class F>
+    static constexpr size_t member_bound()
+    {
+        if constexpr (is_number<F>) {
+            return 2;
+        } else if constexpr (F::kind::repeated) {
+            return 0;
+        } else {
+            return 2 + fixed_bound<nested_t<R, F>>();
+        }
+    }
+
+    template <class R>
+    static size_t bound(const R &r)
+    {
+        return fixed_bound<R>() + [&]<class... F>(field_list<F...>) {
+            return (size_t{0} + ... + repeated_bound<F>(r));
+        }(typename description<R>::fields{});
+    }
+
+    template <class F, class R>
+    static size_t repeated_bound(const R &r)
+    {
+        if constexpr (F::kind::repeated) {
+            return size_t{F::count(r)} * (2 + fixed_bound<nested_t<R, F>>());
+        } else {
+            return 0;
+        }
+    }
+
+    // Writes a small record as if every number in it were below 128,
+    // gathering the numbers written into all. Returns the end.
+    template <class R>
+    [[gnu::always_inline]] static uint8_t *put(const R &r, uint8_t *p, uint32_t &all)
+    {
+        const uint64_t have = presence(r);
+        if constexpr (walked<R>()) {
+            for (uint64_t bits = have; bits != 0; bits &= bits - 1) {
+                const unsigned i = static_cast<unsigned>(std::countr_zero(bits));
+                const uint32_t v = number_at(r, i);
+                all |= v;
+                p = put_pair(p, member_table<R>.key[i], v);
+            }
+        } else {
+            p = put_fields(r, have, p, all, typename description<R>::fields{});
+        }
+        return p;
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static uint8_t *put_fields(const R &r, uint64_t have, uint8_t *p, uint32_t &all,
+                                                       field_list<F...>)
+    {
+        ((p = put_one<F>(r, have, p, all)), ...);
+        return p;
+    }
+
+    template <class F, class R>
+    [[gnu::always_inline]] static uint8_t *put_one(const R &r, uint64_t have, uint8_t *p, uint32_t &all)
+    {
+        if ((have >> (F::number - 1) & 1) == 0) {
+            return p;
+        }
+        if constexpr (is_number<F>) {
+            const uint32_t v = number_of<F>(r);
+            all |= v;
+            return put_pair(p, F::key, v);
+        } else if constexpr (!F::kind::repeated) {
+            uint8_t *end = put(F::value(r), p + 2, all);
+            put_pair(p, F::key, static_cast<uint32_t>(end - p - 2));
+            return end;
+        } else {
+            const auto *array = F::value(r);
+            if (array == nullptr) {
+                return p;
+            }
+            const unsigned count = F::count(r);
+            for (unsigned i = 0; i < count; ++i) {
+                uint8_t *end = put(array[i], p + 2, all);
+                put_pair(p, F::key, static_cast<uint32_t>(end - p - 2));
+                p = end;
+            }
+            return p;
+        }
+    }
+};
+
 // Counting: only measure. Roomy: the buffer is known to hold the largest
 // encoding of the whole record, so not even the per-member check is needed.
 template <bool Counting, bool Roomy = false>
@@ -174,45 +420,55 @@ public:
     void var32(uint32_t value)
     {
         if constexpr (Counting) {
-            offset_ += varint_size(value);
+            offset_ += varint::size(value);
         } else {
-            offset_ = nuvex_encode_var32(value, offset_, dest_, dest_size_);
+            offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
         }
     }
     void var64(uint64_t value)
     {
         if constexpr (Counting) {
-            offset_ += varint_size(value);
+            offset_ += varint::size(value);
         } else {
-            offset_ = nuvex_encode_var64(value, offset_, dest_, dest_size_);
+            offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
         }
     }
 
     // Bytes left below dest_size from the current offset (0 once past it).
     size_t room() const { return offset_ < dest_size_ ? dest_size_ - offset_ : 0; }
 
-    // Key and number of a scalar member: one room check, then whole stores.
+    // Key and number of a scalar member: one room check against its widest
+    // form, then whole stores. Near the end of a buffer of exactly the
+    // measured length the exact size decides, so only a buffer that is really
+    // too short goes byte by byte.
     template <class F, bool Wide>
     void number(std::conditional_t<Wide, uint64_t, uint32_t> value)
     {
         if constexpr (Counting) {
-            offset_ += key_size<F> + varint_size(value);
-        } else if (Roomy || room() >= key_size<F> + (Wide ? 10 : 5)) {
+            offset_ += key_size<F> + varint::size(value);
+        } else if (Roomy || room() >= key_size<F> + (Wide ? 10 : 5) ||
+                   room() >= key_size<F> + varint::size(value)) {
             uint8_t *p = put_key<F>(dest_ + offset_);
-            if constexpr (Wide) {
-                p = put_var64(p, value);
-            } else {
-                p = put_var32(p, value);
-            }
+            p = varint::put(p, value);
             offset_ = static_cast<size_t>(p - dest_);
         } else {
-            key<F>();
-            if constexpr (Wide) {
-                var64(value);
-            } else {
-                var32(value);
-            }
+            short_number<F>(value);
         }
+    }
+
+    template <class F, class V>
+    void short_number(V value)
+    {
+        short_value(unsigned{F::key}, value);
+    }
+
+    // The cold tail: a key (its varint is two bytes above 127, as put_key
+    // writes it) and a value byte by byte into a buffer that is too short.
+    template <class V>
+    [[gnu::noinline, gnu::cold]] void short_value(unsigned key, V value)
+    {
+        offset_ = varint::put_bounded(key, offset_, dest_, dest_size_);
+        offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
     }
 
     // Key, length and contents of a string or copied byte string, stored
@@ -221,20 +477,31 @@ public:
     void length_delimited(const void *data, size_t len)
     {
         if constexpr (Counting) {
-            offset_ += key_size<F> + varint_size(static_cast<uint32_t>(len)) + len;
+            offset_ += key_size<F> + varint::size(static_cast<uint32_t>(len)) + len;
         } else {
             const size_t r = room();
-            if (r >= key_size<F> + 5 && len <= r - (key_size<F> + 5)) {
+            if ((r >= key_size<F> + 5 && len <= r - (key_size<F> + 5)) ||
+                key_size<F> + varint::size(static_cast<uint32_t>(len)) + len <= r) {
                 uint8_t *p = put_key<F>(dest_ + offset_);
-                p = put_var32(p, static_cast<uint32_t>(len));
+                p = varint::put(p, static_cast<uint32_t>(len));
                 copy_bytes(p, data, len);
                 offset_ = static_cast<size_t>(p - dest_) + len;
                 return;
             }
-            key<F>();
-            var32(static_cast<uint32_t>(len));
-            block(data, len);
+            short_delimited<F>(data, len);
         }
+    }
+
+    template <class F>
+    void short_delimited(const void *data, size_t len)
+    {
+        short_block(unsigned{F::key}, data, len);
+    }
+
+    [[gnu::noinline, gnu::cold]] void short_block(unsigned key, const void *data, size_t len)
+    {
+        short_value(key, static_cast<uint32_t>(len));
+        block(data, len);
     }
 
     // A block is copied whole or not at all, so a short buffer never holds
@@ -279,8 +546,15 @@ public:
     {
         const size_t len = mivo_tesk_eid_st_encode_ext(&id, nullptr, 0, nullptr, nullptr, flags_);
         if (len != 0 || present) {
-            key<F>();
-            var32(static_cast<uint32_t>(len));
+            if constexpr (Counting) {
+                offset_ += key_size<F> + varint::size(static_cast<uint32_t>(len));
+            } else if (key_size<F> + varint::size(static_cast<uint32_t>(len)) <= room()) {
+                uint8_t *p = put_key<F>(dest_ + offset_);
+                p = varint::put(p, static_cast<uint32_t>(len));
+                offset_ = static_cast<size_t>(p - dest_);
+            } else {
+                short_number<F>(static_cast<uint32_t>(len));
+            }
         }
         if constexpr (!Counting) {
             uint8_t *sub_dest = offset_ < dest_size_ ? dest_ + offset_ : nullptr;
@@ -352,6 +626,21 @@ public:
         }
     }
 
+    // The exact encoded size of a run of numbers.
+    template <class F, class V>
+    static size_t run_size(const V *values, unsigned count)
+    {
+        size_t total = size_t{count} * key_size<F>;
+        for (unsigned i = 0; i < count; ++i) {
+            if constexpr (F::kind::elem == element::varint64) {
+                total += varint::size(values[i]);
+            } else {
+                total += varint::size(static_cast<uint32_t>(values[i]));
+            }
+        }
+        return total;
+    }
+
     // A run of numbers: one room check for the whole run when it fits at its
     // largest, one sum of sizes when only measuring.
     template <class F, class V>
@@ -359,25 +648,17 @@ public:
     {
         constexpr bool wide = F::kind::elem == element::varint64;
         if constexpr (Counting) {
-            size_t total = size_t{count} * key_size<F>;
-            for (unsigned i = 0; i < count; ++i) {
-                if constexpr (wide) {
-                    total += varint_size(values[i]);
-                } else {
-                    total += varint_size(static_cast<uint32_t>(values[i]));
-                }
-            }
-            offset_ += total;
+            offset_ += run_size<F>(values, count);
         } else {
             constexpr size_t widest = key_size<F> + (wide ? 10 : 5);
-            if (room() / widest >= count) {
+            if (room() / widest >= count || run_size<F>(values, count) <= room()) {
                 uint8_t *p = dest_ + offset_;
                 for (unsigned i = 0; i < count; ++i) {
                     p = put_key<F>(p);
                     if constexpr (wide) {
-                        p = put_var64(p, values[i]);
+                        p = varint::put(p, uint64_t{values[i]});
                     } else {
-                        p = put_var32(p, static_cast<uint32_t>(values[i]));
+                        p = varint::put(p, static_cast<uint32_t>(values[i]));
                     }
                 }
                 offset_ = static_cast<size_t>(p - dest_);
@@ -468,9 +749,10 @@ private:
     mivo_flags flags_;
 };
 
+// The general pass, for every record and every call.
 template <class R>
-size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p,
-              mivo_flags flags)
+size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p,
+                     mivo_flags flags)
 {
     if (dest_size == 0 && frags_count_p == nullptr) {
         encoder<true> e(nullptr, 0, nullptr, nullptr, flags);
@@ -497,6 +779,62 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
     e.fields(source);
     e.finish(frags_count_p);
     return e.offset();
+}
+
+template <class R>
+[[gnu::noinline]] size_t encode_general(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags,
+                                        unsigned *frags_count_p, mivo_flags flags)
+{
+    return encode_fields(source, dest, dest_size, frags, frags_count_p, flags);
+}
+
+// The writing call of a small record, apart from the measuring one so that
+// each keeps its own few registers.
+template <class R>
+[[gnu::noinline]] size_t small_write(const R &source, uint8_t *dest, size_t dest_size, mivo_flags flags)
+{
+    uint32_t all = 0;
+    // With room for the record at two bytes a member the write goes first;
+    // if a number turns out to need more, the general pass writes over it.
+    if (dest_size >= small::bound(source)) {
+        const uint8_t *end = small::put(source, dest, all);
+        if (all < 128) {
+            return static_cast<size_t>(end - dest);
+        }
+    } else {
+        const size_t size = small::size(source, all);
+        if (all < 128 && size <= dest_size) {
+            small::put(source, dest, all);
+            return size;
+        }
+    }
+    return encode_general(source, dest, dest_size, nullptr, nullptr, flags);
+}
+
+template <class R>
+size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p,
+              mivo_flags flags)
+{
+    if constexpr (small_record<R>()) {
+        // Small records whose numbers are all below 128: measured by
+        // counting presence bits, written pair by pair. When the buffer
+        // holds the largest encoding the write goes first and the numbers
+        // are checked as they pass; else the size is known before writing.
+        if (frags_count_p == nullptr) {
+            if (dest_size == 0) {
+                uint32_t all = 0;
+                const size_t size = small::size(source, all);
+                if (all < 128) {
+                    return size;
+                }
+            } else {
+                return small_write(source, dest, dest_size, flags);
+            }
+        }
+        return encode_general(source, dest, dest_size, frags, frags_count_p, flags);
+    } else {
+        return encode_fields(source, dest, dest_size, frags, frags_count_p, flags);
+    }
 }
 
 } // namespace nuvex

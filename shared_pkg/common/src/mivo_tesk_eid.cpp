@@ -12,12 +12,12 @@ size_t mivo_tesk_eid_st_encode_ext(const struct mivo_tesk_eid_st *source_p, uint
 {
     (void)frags;
     // Everything lands in the buffer; reporting no pieces lets the caller's
-    // own inline piece cover these bytes exactly once.
-    const size_t length = nuvex::encode(*source_p, dest_p, dest_size, nullptr, nullptr, flags);
+    // own inline piece cover these bytes exactly once. The count is set
+    // first so that the engine's call is the last thing done.
     if (frags_count_p != nullptr) {
         *frags_count_p = 0;
     }
-    return length;
+    return nuvex::encode(*source_p, dest_p, dest_size, nullptr, nullptr, flags);
 }
 
 int mivo_tesk_eid_st_decode_ext(struct mivo_tesk_eid_st *dest_p, const uint8_t *source_p, size_t source_size,
