@@ -20,13 +20,13 @@
 #include <vector>
 
 #include "counting_allocator.hpp"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 
 namespace mivo_fuzz {
 namespace {
 
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using message_ops = mivo_catalogue::entry;
 
 struct violated {
     const char *what;
@@ -93,7 +93,7 @@ void check_failing_copy(const message_ops &m, const void *source, const std::vec
 {
     counting_allocator a;
     a.fail_at(fail_at);
-    mivo_test::record_storage copy;
+    mivo_catalogue::record_storage copy;
     const int rc = m.duplicate(&copy, source, allocator_for(fail_at), &a);
     require(rc == MIVO_NO_ERROR || rc == MIVO_ERROR_ALLOC_FAILED, "duplicate returned an undefined code");
     require(alloc_failure_reported_honestly(rc, fail_at, a.attempts(), clean_attempts),
@@ -107,14 +107,14 @@ void check_failing_copy(const message_ops &m, const void *source, const std::vec
 
 void check(const input_case &c, std::span<const uint8_t> input)
 {
-    const message_ops &m = mivo_test::all_targets()[c.target % target_count];
+    const message_ops &m = mivo_catalogue::entries()[c.target % mivo_catalogue::entry_count];
     // A copy of the wire bytes of exactly their size, so ASan sees any read
     // past the end; the copy test overwrites it later.
     std::vector<uint8_t> wire(input.begin(), input.end());
 
     counting_allocator a;
     a.fail_at(c.decode_fail_at);
-    mivo_test::record_storage record;
+    mivo_catalogue::record_storage record;
     const int rc = m.decode(&record, wire.data(), wire.size(), allocator_for(c.decode_fail_at), &a, c.flags);
     require(rc <= MIVO_NO_ERROR && rc >= MIVO_ERROR_ALLOC_FAILED, "decode returned an undefined code");
     if (c.decode_fail_at != no_allocator) {
@@ -129,12 +129,12 @@ void check(const input_case &c, std::span<const uint8_t> input)
     if (rc == MIVO_NO_ERROR) {
         // The identifier codec reports no pieces by design: its bytes ride
         // in the enclosing message's inline piece.
-        if (&m != &mivo_test::all_targets().back()) {
+        if (&m != &mivo_catalogue::entries().back()) {
             check_fragments(m, &record, plain, MIVO_FLAGS_NONE);
             check_fragments(m, &record, plain, MIVO_FLAG_SHARED);
         }
         counting_allocator again;
-        mivo_test::record_storage second;
+        mivo_catalogue::record_storage second;
         require(m.decode(&second, plain.data(), plain.size(), &counting_allocator::allocate, &again,
                          MIVO_FLAGS_NONE) == MIVO_NO_ERROR,
                 "our own encoding does not decode");
@@ -144,7 +144,7 @@ void check(const input_case &c, std::span<const uint8_t> input)
     }
 
     counting_allocator copy_memory;
-    mivo_test::record_storage copy;
+    mivo_catalogue::record_storage copy;
     require(m.duplicate(&copy, &record, &counting_allocator::allocate, &copy_memory) == MIVO_NO_ERROR,
             "a copy failed without a failing allocation");
     if (c.copy_fail_at != 0) {
@@ -170,7 +170,7 @@ std::string violation(const input_case &c, std::span<const uint8_t> wire)
     try {
         check(c, wire);
     } catch (const violated &v) {
-        return std::string(mivo_test::all_targets()[c.target % target_count].name) + ": " + v.what;
+        return std::string(mivo_catalogue::entries()[c.target % mivo_catalogue::entry_count].name) + ": " + v.what;
     }
     return {};
 }

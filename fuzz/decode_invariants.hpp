@@ -17,11 +17,10 @@
 
 namespace mivo_fuzz {
 
-inline constexpr size_t target_count = 38;
 inline constexpr size_t no_allocator = 127; // bits 1-7 of byte 1 all set
 
 struct input_case {
-    size_t target = 0;         // index into mivo_test::all_targets()
+    size_t target = 0;         // index into mivo_catalogue::entries()
     mivo_flags flags = MIVO_FLAGS_NONE;
     size_t decode_fail_at = 0; // 1-based allocation to fail; 0 none; no_allocator
     size_t copy_fail_at = 0;   // likewise for the copy of the decoded record

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "counting_allocator.hpp"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 #include "random_wire.hpp"
 
 namespace {
 
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using message_ops = mivo_catalogue::entry;
 
 constexpr int thread_count = 4;
 constexpr int rounds = 200;
@@ -56,7 +56,7 @@ outcome one_pass(const message_ops &m, const std::string &input, const void *sou
     const auto *bytes = reinterpret_cast<const uint8_t *>(input.data());
     counting_allocator a;
     outcome o;
-    mivo_test::record_storage plain, shared, copy;
+    mivo_catalogue::record_storage plain, shared, copy;
     o.decode_rc = m.decode(&plain, bytes, input.size(), &counting_allocator::allocate, &a, MIVO_FLAGS_NONE);
     o.shared_rc = m.decode(&shared, bytes, input.size(), &counting_allocator::allocate, &a, MIVO_FLAG_SHARED);
     o.duplicate_rc = m.duplicate(&copy, source, &counting_allocator::allocate, &a);
@@ -76,9 +76,9 @@ mivo_flags source_flags(size_t i) { return i % 2 ? MIVO_FLAG_SHARED : MIVO_FLAGS
 
 TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
 {
-    const auto messages = mivo_test::all_messages();
+    const auto messages = mivo_catalogue::messages();
     std::vector<std::string> inputs;
-    std::vector<mivo_test::record_storage> sources(messages.size());
+    std::vector<mivo_catalogue::record_storage> sources(messages.size());
     counting_allocator source_memory;
     std::vector<outcome> expected;
     for (size_t i = 0; i < messages.size(); ++i) {

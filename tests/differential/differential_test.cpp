@@ -15,7 +15,7 @@
 
 #include "counting_allocator.hpp"
 #include "decode_invariants.hpp"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 #include "random_wire.hpp"
 
 namespace {
@@ -24,7 +24,7 @@ using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using message_ops = mivo_catalogue::entry;
 
 constexpr uint64_t cases_per_target = 300;
 
@@ -167,7 +167,7 @@ struct round_trip {
 round_trip through_ours(const message_ops &ops, std::string_view wire, mivo_flags flags)
 {
     counting_allocator a;
-    mivo_test::record_storage record;
+    mivo_catalogue::record_storage record;
     round_trip out;
     out.rc = ops.decode(&record, reinterpret_cast<const uint8_t *>(wire.data()), wire.size(),
                         &counting_allocator::allocate, &a, flags);
@@ -219,7 +219,7 @@ class Differential : public ::testing::TestWithParam<size_t> {};
 // of "libprotobuf reads ours as that message, with nothing unknown".
 TEST_P(Differential, AgreesWithLibprotobuf)
 {
-    const message_ops &ops = mivo_test::all_targets()[GetParam()];
+    const message_ops &ops = mivo_catalogue::entries()[GetParam()];
     const Descriptor *type = mivo_test::schema_message(ops.name);
     ASSERT_NE(type, nullptr) << "the exported schema lacks " << ops.name;
     for (uint64_t seed = 0; seed < cases_per_target; ++seed) {
@@ -239,8 +239,8 @@ TEST_P(Differential, AgreesWithLibprotobuf)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, Differential, ::testing::Range<size_t>(0, mivo_fuzz::target_count),
-                         [](const auto &info) { return std::string(mivo_test::all_targets()[info.param].name); });
+INSTANTIATE_TEST_SUITE_P(Catalogue, Differential, ::testing::Range<size_t>(0, mivo_catalogue::entry_count),
+                         [](const auto &info) { return std::string(mivo_catalogue::entries()[info.param].name); });
 
 // Hand-worked encodings: libprotobuf must write exactly these bytes for the
 // message in text form (which pins the exported schema's names, numbers and
@@ -292,7 +292,7 @@ TEST(DifferentialWorkedExamples, BothCodecsWriteTheHandWorkedBytes)
 {
     for (const auto &row : worked_examples) {
         SCOPED_TRACE(std::string(row.record) + " {" + row.text + "}");
-        const message_ops *ops = mivo_test::find_message(row.record);
+        const message_ops *ops = mivo_catalogue::find(row.record);
         const Descriptor *type = mivo_test::schema_message(row.record);
         ASSERT_TRUE(ops && type);
         auto message = mivo_test::new_message(type);

@@ -11,14 +11,14 @@
 
 #include "counting_allocator.hpp"
 #include "decode_invariants.hpp"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 #include "random_wire.hpp"
 
 namespace {
 
 using mivo_fuzz::input_case;
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using message_ops = mivo_catalogue::entry;
 
 constexpr uint64_t inputs_per_target = 6;
 constexpr size_t longest_truncation = 400;
@@ -39,7 +39,7 @@ struct subject {
     std::pair<size_t, size_t> allocations() const
     {
         counting_allocator decode_memory, copy_memory;
-        mivo_test::record_storage record, copy;
+        mivo_catalogue::record_storage record, copy;
         EXPECT_EQ(ops.decode(&record, wire.data(), wire.size(), &counting_allocator::allocate, &decode_memory, flags),
                   MIVO_NO_ERROR);
         EXPECT_EQ(ops.duplicate(&copy, &record, &counting_allocator::allocate, &copy_memory), MIVO_NO_ERROR);
@@ -72,7 +72,7 @@ struct guarded_buffer {
 void bounded_writing(const subject &s)
 {
     counting_allocator a;
-    mivo_test::record_storage record;
+    mivo_catalogue::record_storage record;
     ASSERT_EQ(s.ops.decode(&record, s.wire.data(), s.wire.size(), &counting_allocator::allocate, &a, s.flags),
               MIVO_NO_ERROR);
     for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
@@ -149,7 +149,7 @@ void every_truncation(const subject &s)
     for (size_t n = 0; n < std::min(s.wire.size(), longest_truncation); ++n) {
         const std::vector<uint8_t> prefix(s.wire.begin(), s.wire.begin() + std::ptrdiff_t(n));
         counting_allocator a;
-        mivo_test::record_storage record;
+        mivo_catalogue::record_storage record;
         const int rc = s.ops.decode(&record, prefix.data(), n, &counting_allocator::allocate, &a, s.flags);
         EXPECT_TRUE(rc == MIVO_NO_ERROR || rc == MIVO_ERROR_GARBLED) << "prefix " << n << " gave " << rc;
         s.ops.release(&record, &counting_allocator::release, &a, s.flags);
@@ -170,7 +170,7 @@ class Properties : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(Properties, HoldForRandomInputs)
 {
-    const message_ops &ops = mivo_test::all_targets()[GetParam()];
+    const message_ops &ops = mivo_catalogue::entries()[GetParam()];
     for (uint64_t seed = 0; seed < inputs_per_target; ++seed) {
         const std::string wire = mivo_test::random_wire(ops.name, 9100 + seed);
         for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
@@ -184,7 +184,7 @@ TEST_P(Properties, HoldForRandomInputs)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, Properties, ::testing::Range<size_t>(0, mivo_fuzz::target_count),
-                         [](const auto &info) { return std::string(mivo_test::all_targets()[info.param].name); });
+INSTANTIATE_TEST_SUITE_P(Catalogue, Properties, ::testing::Range<size_t>(0, mivo_catalogue::entry_count),
+                         [](const auto &info) { return std::string(mivo_catalogue::entries()[info.param].name); });
 
 } // namespace

@@ -45,7 +45,7 @@ TEST(MemoryRules, DefaultsCopyAndReleaseWithoutAnyCall)
 {
     counting_allocator heap;
     freed.clear();
-    for (const auto &ops : mivo_test::all_messages()) {
+    for (const auto &ops : mivo_catalogue::messages()) {
         SCOPED_TRACE(std::string(ops.name));
         record r, copy;
         ASSERT_EQ(ops.decode(r.get(), nullptr, 0, alloc_cb, &heap, MIVO_FLAGS_NONE), MIVO_NO_ERROR);

@@ -9,7 +9,7 @@
 
 #include "counting_allocator.hpp"
 #include "mivo_tesk_eid_def.h"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 #include "record_json.hpp"
 
 namespace unit {
@@ -64,22 +64,22 @@ inline std::vector<row> read_table(const std::string &name)
 
 // A message by name: its C entry points and its JSON converters.
 struct message {
-    const mivo_test::message_ops &ops;
+    const mivo_catalogue::entry &ops;
     const obfl_wire::message &js;
 };
 inline message find(const std::string &name)
 {
-    const auto *ops = mivo_test::find_message(name);
+    const auto *ops = mivo_catalogue::find(name);
     const auto *js = obfl_wire::find_message(name);
     if (ops == nullptr || js == nullptr) {
         ADD_FAILURE() << "no message " << name;
-        return {mivo_test::all_messages().front(), obfl_wire::messages().front()};
+        return {mivo_catalogue::messages().front(), obfl_wire::messages().front()};
     }
     return {*ops, *js};
 }
 
 struct record {
-    mivo_test::record_storage storage{};
+    mivo_catalogue::record_storage storage{};
     void *get() { return storage.bytes; }
 };
 
