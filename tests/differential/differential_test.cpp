@@ -12,11 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "counting_allocator.hpp"
-#include "decode_invariants.hpp"
-#include "catalogue_table.hpp"
 #include "random_wire.hpp"
 #include "unit_support.hpp"
+#include "wire_fields.hpp"
 
 namespace {
 
@@ -25,65 +23,13 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using google::protobuf::Reflection;
 using mivo_test::counting_allocator;
+using mivo_test::field_span;
+using mivo_test::read_varint;
+using mivo_test::split_fields;
+using mivo_test::varint;
 using message_ops = mivo_catalogue::entry;
 
 constexpr uint64_t cases_per_target = 300;
-
-// ---- A minimal wire reader of our own, so that the checks do not lean on
-// the library's primitives.
-
-struct field_span {
-    uint64_t key;
-    size_t begin, value, end; // the key's first byte, the value's, one past it
-};
-
-bool read_varint(std::string_view s, size_t &pos, uint64_t &value)
-{
-    value = 0;
-    for (unsigned shift = 0; pos < s.size() && shift < 64; shift += 7) {
-        const auto byte = static_cast<uint8_t>(s[pos++]);
-        value |= uint64_t(byte & 0x7F) << shift;
-        if (!(byte & 0x80)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-std::string varint(uint64_t value)
-{
-    std::string out;
-    do {
-        out += static_cast<char>((value & 0x7F) | (value > 0x7F ? 0x80 : 0));
-        value >>= 7;
-    } while (value);
-    return out;
-}
-
-// Top-level fields of a well-formed encoding, in wire order.
-std::vector<field_span> split_fields(std::string_view s)
-{
-    std::vector<field_span> fields;
-    for (size_t pos = 0; pos < s.size();) {
-        field_span f{0, pos, 0, 0};
-        uint64_t length = 0;
-        EXPECT_TRUE(read_varint(s, pos, f.key));
-        f.value = pos;
-        switch (f.key & 7) {
-        case 0: EXPECT_TRUE(read_varint(s, pos, length)); break;
-        case 1: pos += 8; break;
-        case 2:
-            EXPECT_TRUE(read_varint(s, pos, length));
-            pos += length;
-            break;
-        case 5: pos += 4; break;
-        default: ADD_FAILURE() << "wire type " << (f.key & 7); return fields;
-        }
-        f.end = std::min(pos, s.size());
-        fields.push_back(f);
-    }
-    return fields;
-}
 
 // libprotobuf sign-extends a negative int32 to a ten-byte varint; ours sends
 // its 32-bit pattern in five. Rewrites theirs into ours, also inside nested
@@ -157,35 +103,27 @@ void keep_only_singular_numbers(Message &m)
     }
 }
 
-// Our decoder (with flags) then our encoder: plain into a buffer of exactly
-// the measured size, or with sharing gathered from the fragment list (the
-// identifier's codec lists no fragments; its buffer is the whole encoding).
-struct round_trip {
-    int rc = MIVO_NO_ERROR;
-    std::string bytes;
-};
-
-round_trip through_ours(const message_ops &ops, std::string_view wire, mivo_flags flags)
+// Our decoder (with flags) then our encoder: plain, or with sharing joined
+// from the fragment list (the identifier lists none: its buffer is all).
+std::pair<int, std::string> through_ours(const message_ops &ops, std::string_view wire, mivo_flags flags)
 {
     counting_allocator a;
     mivo_catalogue::record_storage record;
-    round_trip out;
-    out.rc = ops.decode(&record, reinterpret_cast<const uint8_t *>(wire.data()), wire.size(),
-                        &counting_allocator::allocate, &a, flags);
-    unsigned pieces = 0;
-    const size_t size = ops.encode(&record, nullptr, 0, nullptr, flags ? &pieces : nullptr, flags);
-    std::vector<uint8_t> buffer(size);
+    const int rc = ops.decode(&record, reinterpret_cast<const uint8_t *>(wire.data()), wire.size(),
+                              &counting_allocator::allocate, &a, flags);
+    unsigned pieces = 0, *count = flags ? &pieces : nullptr;
+    std::string buffer(ops.encode(&record, nullptr, 0, nullptr, count, flags), '\0');
     std::vector<mivo_bytes> fragments(pieces);
-    EXPECT_EQ(ops.encode(&record, buffer.data(), size, fragments.data(), flags ? &pieces : nullptr, flags), size);
-    if (fragments.empty()) {
-        out.bytes.assign(buffer.begin(), buffer.end());
-    }
+    EXPECT_EQ(ops.encode(&record, reinterpret_cast<uint8_t *>(buffer.data()), buffer.size(), fragments.data(), count,
+                         flags),
+              buffer.size());
+    std::string out = fragments.empty() ? buffer : std::string();
     for (const mivo_bytes &f : fragments) {
-        out.bytes.append(reinterpret_cast<const char *>(f.data), f.size);
+        out.append(reinterpret_cast<const char *>(f.data), f.size);
     }
     ops.release(&record, &counting_allocator::release, &a, flags);
     EXPECT_EQ(a.live() + a.misuses(), 0u);
-    return out;
+    return {rc, out};
 }
 
 // What to feed our codec, made from a random message and its encoding by
@@ -232,9 +170,9 @@ TEST_P(Differential, AgreesWithLibprotobuf)
             expected->CopyFrom(*random);
             const std::string input = v.input(theirs, *expected, seed);
             for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
-                const round_trip ours = through_ours(ops, input, flags);
-                ASSERT_EQ(ours.rc, MIVO_NO_ERROR) << "flags " << flags;
-                ASSERT_EQ(ours.bytes, ours_from_theirs(expected->SerializeAsString(), type)) << "flags " << flags;
+                const auto [rc, ours] = through_ours(ops, input, flags);
+                ASSERT_EQ(rc, MIVO_NO_ERROR) << "flags " << flags;
+                ASSERT_EQ(ours, ours_from_theirs(expected->SerializeAsString(), type)) << "flags " << flags;
             }
         }
     }

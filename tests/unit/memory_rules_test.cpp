@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "mivo_obfl_mgr_init.h"
-#include "mivo_tesk_eid_init.h"
 #include "unit_support.hpp"
 
 namespace {
@@ -130,16 +129,6 @@ TEST(MemoryRules, CopiesOfHandBuiltRecords)
     EXPECT_EQ(temp_copy._sensor_name[1], nullptr);
     mivo_write_env_temp_thresholds_free_ext(&temp_copy, free_cb, &heap, MIVO_FLAGS_NONE);
 
-    // The identifier library's own copy without an allocator leaves no chain.
-    const mivo_tesk_entity_tsi_st chain[1] = {};
-    mivo_tesk_eid_st eid, eid_copy;
-    mivo_tesk_eid_st_init(&eid);
-    eid._tsi = chain;
-    eid._tsi_count = 1;
-    eid._have_tsi = 1;
-    EXPECT_EQ(mivo_tesk_eid_st_duplicate(&eid_copy, &eid, nullptr, nullptr), MIVO_ERROR_ALLOC_FAILED);
-    EXPECT_EQ(eid_copy._tsi, nullptr);
-    EXPECT_EQ(eid_copy._tsi_count, 0u);
     expect_no_leak(heap);
 }
 

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "unit_support.hpp"
+#include "wire_fields.hpp"
 
 namespace {
 
@@ -43,22 +44,8 @@ std::map<std::string, std::map<unsigned, unsigned>> known_fields()
     std::map<std::string, std::map<unsigned, unsigned>> fields;
     for (const auto &row : read_table("worked_examples.txt")) {
         const bytes wire = hex(row.col(2));
-        size_t at = 0;
-        const auto varint = [&] {
-            uint64_t v = 0;
-            for (unsigned shift = 0; at < wire.size(); shift += 7) {
-                v |= uint64_t(wire[at] & 0x7F) << shift;
-                if ((wire[at++] & 0x80) == 0) {
-                    break;
-                }
-            }
-            return v;
-        };
-        while (at < wire.size()) {
-            const uint64_t key = varint();
-            fields[row.col(0)][unsigned(key >> 3)] = unsigned(key & 7);
-            const uint64_t value = varint();
-            at += (key & 7) == 2 ? value : 0;
+        for (const auto &f : mivo_test::split_fields(std::string(wire.begin(), wire.end()))) {
+            fields[row.col(0)][unsigned(f.key >> 3)] = unsigned(f.key & 7);
         }
     }
     return fields;
