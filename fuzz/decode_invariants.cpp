@@ -73,16 +73,23 @@ void check_pieces(std::span<const mivo_bytes> pieces, const uint8_t *buffer, siz
     require(joined == plain, "pieces do not concatenate to the encoding");
 }
 
-void check_fragments(const entry &m, const void *record, const bytes &plain, mivo_flags flags)
+// Gathers the encoding into a buffer of the counted size and checks its
+// pieces; returns the buffer and the pieces.
+std::pair<bytes, std::vector<mivo_bytes>> check_fragments(const entry &m, const void *record, const bytes &plain,
+                                                          mivo_flags flags)
 {
     unsigned needed = 0;
     bytes buffer(m.encode(record, nullptr, 0, nullptr, &needed, flags));
     std::vector<mivo_bytes> pieces(needed);
     unsigned count = needed;
-    require(m.encode(record, buffer.data(), buffer.size(), pieces.data(), &count, flags) == buffer.size(),
-            "gathering changed the buffer length");
-    require(count == needed, "piece count differs between counting and gathering");
-    check_pieces(pieces, buffer.data(), buffer.size(), flags, plain);
+    require(m.encode(record, buffer.data(), buffer.size(), pieces.data(), &count, flags) == buffer.size() &&
+                count == needed,
+            "counting and gathering disagree");
+    require(lists_pieces(m) || needed == 0, "the identifier lists pieces of its own");
+    if (lists_pieces(m)) {
+        check_pieces(pieces, buffer.data(), buffer.size(), flags, plain);
+    }
+    return {std::move(buffer), std::move(pieces)};
 }
 
 void check_released(const counting_allocator &a, const char *what)
@@ -122,10 +129,8 @@ void check(const input_case &c, std::span<const uint8_t> input)
     // encode and copy like any other.
     const bytes plain = encode(m, &record);
     if (rc == MIVO_NO_ERROR) {
-        if (lists_pieces(m)) {
-            check_fragments(m, &record, plain, MIVO_FLAGS_NONE);
-            check_fragments(m, &record, plain, MIVO_FLAG_SHARED);
-        }
+        check_fragments(m, &record, plain, MIVO_FLAGS_NONE);
+        check_fragments(m, &record, plain, MIVO_FLAG_SHARED);
         counting_allocator again;
         mivo_catalogue::record_storage second;
         require(m.decode(&second, plain.data(), plain.size(), &counting_allocator::allocate, &again,
@@ -171,17 +176,10 @@ void check_writing(const entry &m, const void *record)
 {
     const bytes plain = encode(m, record);
     for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
-        unsigned needed = 0;
-        const size_t full = m.encode(record, nullptr, 0, nullptr, &needed, flags);
-        bytes reference(full);
-        std::vector<mivo_bytes> slots(needed);
+        const auto [reference, slots] = check_fragments(m, record, plain, flags);
+        const size_t full = reference.size();
+        const auto needed = static_cast<unsigned>(slots.size());
         unsigned count = needed;
-        require(m.encode(record, reference.data(), full, slots.data(), &count, flags) == full && count == needed,
-                "measuring and gathering disagree");
-        require(lists_pieces(m) || needed == 0, "the identifier lists pieces of its own");
-        if (lists_pieces(m)) {
-            check_pieces(slots, reference.data(), full, flags, plain);
-        }
         // Past the full length too, where records of bounded size are
         // written without checks; a buffer with 16 guard bytes either side.
         for (size_t n = 0; n <= full + 64; ++n) {

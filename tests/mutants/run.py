@@ -27,16 +27,10 @@ ENV = dict(os.environ, ASAN_OPTIONS='detect_leaks=1:abort_on_error=1', UBSAN_OPT
 
 def columns(line):
     """A row's columns: split at '|', where '\\|', '\\n' and '\\\\' stand for '|', a line break and '\\'."""
-    cols, cur, chars = [], '', iter(line)
-    for c in chars:
-        if c == '\\':
-            c = next(chars, '')
-            cur += '\n' if c == 'n' else c
-        elif c == '|':
-            cols, cur = cols + [cur.strip(' ')], ''
-        else:
-            cur += c
-    return cols + [cur.strip(' ')]
+    marks = {'\\\\': '\0', '\\|': '\1', '\\n': '\n'}
+    for k, v in marks.items():
+        line = line.replace(k, v)
+    return [c.strip(' ').replace('\1', '|').replace('\0', '\\') for c in line.split('|')]
 
 
 def git(*args):
@@ -66,10 +60,9 @@ def sync(files, dest):
             os.makedirs(os.path.dirname(full), exist_ok=True)
             open(full, 'wb').write(data)
         os.chmod(full, mode)
-    for root, _, names in os.walk(dest):
-        for full in (os.path.join(root, n) for n in names):
-            if os.path.relpath(full, dest) not in files:
-                os.remove(full)
+    for full in (os.path.join(r, n) for r, _, names in os.walk(dest) for n in names):
+        if os.path.relpath(full, dest) not in files:
+            os.remove(full)
 
 
 def run(cmd, log, timeout):
