@@ -106,7 +106,10 @@ void check_alloc_result(int rc, size_t fail_at, size_t attempts, size_t clean_at
     require((rc == MIVO_ERROR_ALLOC_FAILED) == expected, what);
 }
 
-mivo_alloc_t *allocator_for(size_t fail_at) { return fail_at == no_allocator ? nullptr : &counting_allocator::allocate; }
+mivo_alloc_t *allocator_for(size_t fail_at)
+{
+    return fail_at == no_allocator ? nullptr : &counting_allocator::allocate;
+}
 
 void check(const input_case &c, std::span<const uint8_t> input)
 {
@@ -211,7 +214,8 @@ void check_writing(const entry &m, const void *record)
                     "a small fragment capacity changed the result");
             for (unsigned i = 0; i <= needed; ++i) {
                 const mivo_bytes &p = pieces[i], &s = i < capacity ? slots[i] : sentinel;
-                require(p.size == s.size && (i >= capacity ? p.data == s.data : std::equal(p.data, p.data + p.size, s.data)),
+                const bool same = i >= capacity ? p.data == s.data : std::equal(p.data, p.data + p.size, s.data);
+                require(p.size == s.size && same,
                         "a piece stored past the capacity, or not the full list's");
             }
         }

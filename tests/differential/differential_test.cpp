@@ -191,30 +191,27 @@ void from_json(Message &m, const unit::json &in)
         const FieldDescriptor *f = m.GetDescriptor()->FindFieldByName(name);
         ASSERT_NE(f, nullptr) << name;
         const bool rep = f->is_repeated();
+        const auto put = [&](auto add, auto set, auto x) { rep ? (r->*add)(&m, f, x) : (r->*set)(&m, f, x); };
         for (const auto &v : rep || value.is_null() ? value : unit::json::array({value})) {
             switch (f->cpp_type()) {
-            case FieldDescriptor::CPPTYPE_UINT32: {
-                const auto x = v.get<uint32_t>();
-                rep ? r->AddUInt32(&m, f, x) : r->SetUInt32(&m, f, x);
+            case FieldDescriptor::CPPTYPE_UINT32:
+                put(&Reflection::AddUInt32, &Reflection::SetUInt32, uint32_t(v));
                 break;
-            }
-            case FieldDescriptor::CPPTYPE_INT32: rep ? r->AddInt32(&m, f, v) : r->SetInt32(&m, f, v); break;
-            case FieldDescriptor::CPPTYPE_UINT64: {
-                const uint64_t x = v.is_string() ? std::stoull(v.get<std::string>()) : v.get<uint64_t>();
-                rep ? r->AddUInt64(&m, f, x) : r->SetUInt64(&m, f, x);
+            case FieldDescriptor::CPPTYPE_INT32: put(&Reflection::AddInt32, &Reflection::SetInt32, int32_t(v)); break;
+            case FieldDescriptor::CPPTYPE_UINT64:
+                put(&Reflection::AddUInt64, &Reflection::SetUInt64,
+                    v.is_string() ? std::stoull(v.get<std::string>()) : v.get<uint64_t>());
                 break;
-            }
-            case FieldDescriptor::CPPTYPE_BOOL: rep ? r->AddBool(&m, f, v) : r->SetBool(&m, f, v); break;
+            case FieldDescriptor::CPPTYPE_BOOL: put(&Reflection::AddBool, &Reflection::SetBool, v.get<bool>()); break;
             case FieldDescriptor::CPPTYPE_STRING: {
-                std::string x = v;
-                if (f->type() == FieldDescriptor::TYPE_BYTES) {
-                    const unit::bytes b = unit::hex(x);
-                    x.assign(b.begin(), b.end());
-                }
-                rep ? r->AddString(&m, f, x) : r->SetString(&m, f, x);
+                const std::string text = v;
+                const unit::bytes b = f->type() == FieldDescriptor::TYPE_BYTES ? unit::hex(text) : unit::bytes();
+                put(&Reflection::AddString, &Reflection::SetString, b.empty() ? text : std::string(b.begin(), b.end()));
                 break;
             }
-            case FieldDescriptor::CPPTYPE_MESSAGE: from_json(rep ? *r->AddMessage(&m, f) : *r->MutableMessage(&m, f), v); break;
+            case FieldDescriptor::CPPTYPE_MESSAGE:
+                from_json(rep ? *r->AddMessage(&m, f) : *r->MutableMessage(&m, f), v);
+                break;
             default: FAIL() << "a type the catalogue has never used: " << name;
             }
         }

@@ -48,7 +48,8 @@ TEST(WorkedExamples, EncodeDecodeCopyRelease)
         }
 
         const bool identifier_alone = row.col(0) == "mgbl_request" && expected.size() >= 2 &&
-                                      (expected[0] == 0x1A || expected[0] == 0x22) && expected[1] + 2u == expected.size();
+                                      (expected[0] == 0x1A || expected[0] == 0x22) &&
+                                      expected[1] + 2u == expected.size();
         if (identifier_alone) {
             ++identifiers;
             const mivo_catalogue::entry &eid = mivo_catalogue::entries().back();
