@@ -15,12 +15,7 @@ using pointers = std::vector<const void *>;
 
 TEST(Copies, ResultCopyAllocationsAndNoLeak)
 {
-    const auto rows = read_table("copies.txt");
-    EXPECT_GE(rows.size(), 15u);
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.where());
-        ASSERT_GE(row.cols.size(), 5u);
-        const message m = find(row.col(0));
+    for_each_row("copies.txt", 18, [](const row &row, const message &m) {
         record source, copy;
         obfl_wire::arena mem;
         fill(m, row.col(1), source, mem);
@@ -29,7 +24,7 @@ TEST(Copies, ResultCopyAllocationsAndNoLeak)
         std::memset(copy.get(), 0xA5, m.ops.record_size);
         const int rc = m.ops.duplicate(copy.get(), source.get(), alloc, &heap);
         expect_outcome(m, row, rc, copy, heap, MIVO_FLAGS_NONE);
-    }
+    });
 }
 
 // Release callback that logs each pointer before handing it back.

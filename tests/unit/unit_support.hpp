@@ -76,6 +76,19 @@ inline message find(const std::string &name)
     return ops != nullptr && js != nullptr ? message{*ops, *js} : find("mgbl_hello");
 }
 
+// Calls fn(row, message) for every row of a table, traced by its place.
+template <class Fn>
+void for_each_row(const std::string &table, size_t at_least, Fn &&fn)
+{
+    const auto rows = read_table(table);
+    EXPECT_GE(rows.size(), at_least);
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.where());
+        ASSERT_GE(r.cols.size(), 3u);
+        fn(r, find(r.col(0)));
+    }
+}
+
 struct record {
     mivo_catalogue::record_storage storage{};
     void *get() { return storage.bytes; }
