@@ -13,7 +13,7 @@ using namespace unit;
 
 TEST(RefusedInput, ResultKeptMembersAllocationsAndNoLeak)
 {
-    for_each_row("refused_input.txt", 100, [](const row &row, const message &m) {
+    for_each_row("refused_input.txt", 96, [](const row &row, const message &m) {
         const bytes in = hex(row.col(1));
         const std::string &flags = row.cols[2];
         const mivo_flags shared = flags.find("shared") != std::string::npos ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE;
