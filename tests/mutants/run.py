@@ -3,10 +3,10 @@
 
   tests/mutants/run.py [--suite REV] [--only REGEX] [--jobs N]
 
-The faults go into a scratch copy, /tmp/mutants-<suite>/src, never into this
-tree. It is built with ASan+UBSan in one build directory, so each fault costs
-only the rebuild of what it touches; a fault is caught when a test fails or
-times out. --suite REV takes tests/ and fuzz/ from revision REV. Not in CI.
+The faults go into a scratch copy, /tmp/mutants-<checkout>-<suite>/src, never
+into this tree. It is built with ASan+UBSan in one build directory, so each
+fault costs only the rebuild of what it touches; a fault is caught when a
+test fails or times out. --suite REV takes tests/ and fuzz/ from revision REV. Not in CI.
 """
 import argparse, io, os, re, signal, subprocess, sys, tarfile, time
 
@@ -95,7 +95,9 @@ def main():
     ap.add_argument('--jobs', type=int, default=2)
     args = ap.parse_args()
     started = time.time()
-    work = '/tmp/mutants-' + (git('rev-parse', '--short', args.suite).decode().strip() if args.suite else 'worktree')
+    # Named after this checkout too, so that runs from two worktrees never share a scratch tree.
+    work = f'/tmp/mutants-{os.path.basename(REPO)}-' + (
+        git('rev-parse', '--short', args.suite).decode().strip() if args.suite else 'worktree')
     src, build, log = work + '/src', work + '/build', work + '/build.log'
     os.makedirs(src, exist_ok=True)
     sync(tree(args.suite), src)
