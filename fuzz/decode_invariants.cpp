@@ -20,13 +20,13 @@
 #include <vector>
 
 #include "counting_allocator.hpp"
-#include "message_table.hpp"
 
 namespace mivo_fuzz {
 namespace {
 
+using mivo_catalogue::entry;
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using bytes = std::vector<uint8_t>;
 
 struct violated {
     const char *what;
@@ -39,31 +39,57 @@ void require(bool ok, const char *what)
     }
 }
 
-std::vector<uint8_t> encode(const message_ops &m, const void *record)
+bytes encode(const entry &m, const void *record)
 {
-    const size_t size = m.encode(record, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE);
-    std::vector<uint8_t> out(size);
-    require(m.encode(record, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE) == size,
+    bytes out(m.encode(record, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
+    require(m.encode(record, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE) == out.size(),
             "measuring and writing disagree");
     return out;
 }
 
-// The gathered form must hold the same bytes, with and without sharing.
-void check_fragments(const message_ops &m, const void *record, const std::vector<uint8_t> &plain, mivo_flags flags)
+// The identifier codec lists no pieces by design: its bytes ride in the
+// enclosing message's inline piece.
+bool lists_pieces(const entry &m) { return &m != &mivo_catalogue::entries().back(); }
+
+// The pieces of a gathered encoding into buffer[0..size): none empty, those
+// in the buffer one after the other from its start and covering it, others
+// (byte strings) only when shared, all together the plain encoding.
+void check_pieces(std::span<const mivo_bytes> pieces, const uint8_t *buffer, size_t size, mivo_flags flags,
+                  const bytes &plain)
 {
-    unsigned needed = 0;
-    const size_t head = m.encode(record, nullptr, 0, nullptr, &needed, flags);
-    std::vector<uint8_t> buffer(head);
-    std::vector<mivo_bytes> pieces(needed);
-    unsigned count = needed;
-    require(m.encode(record, buffer.data(), buffer.size(), pieces.data(), &count, flags) == head,
-            "gathering changed the buffer length");
-    require(count == needed, "piece count differs between counting and gathering");
-    std::vector<uint8_t> joined;
+    size_t in_buffer = 0;
+    bytes joined;
     for (const mivo_bytes &p : pieces) {
+        require(p.size != 0, "an empty piece");
+        if (p.data >= buffer && p.data < buffer + size) {
+            require(p.data == buffer + in_buffer, "pieces of the buffer out of order");
+            in_buffer += p.size;
+        } else {
+            require(flags == MIVO_FLAG_SHARED, "a piece outside the buffer without sharing");
+        }
         joined.insert(joined.end(), p.data, p.data + p.size);
     }
+    require(in_buffer == size, "the pieces do not cover the buffer");
     require(joined == plain, "pieces do not concatenate to the encoding");
+}
+
+// Gathers the encoding into a buffer of the counted size and checks its
+// pieces; returns the buffer and the pieces.
+std::pair<bytes, std::vector<mivo_bytes>> check_fragments(const entry &m, const void *record, const bytes &plain,
+                                                          mivo_flags flags)
+{
+    unsigned needed = 0;
+    bytes buffer(m.encode(record, nullptr, 0, nullptr, &needed, flags));
+    std::vector<mivo_bytes> pieces(needed);
+    unsigned count = needed;
+    require(m.encode(record, buffer.data(), buffer.size(), pieces.data(), &count, flags) == buffer.size() &&
+                count == needed,
+            "counting and gathering disagree");
+    require(lists_pieces(m) || needed == 0, "the identifier lists pieces of its own");
+    if (lists_pieces(m)) {
+        check_pieces(pieces, buffer.data(), buffer.size(), flags, plain);
+    }
+    return {std::move(buffer), std::move(pieces)};
 }
 
 void check_released(const counting_allocator &a, const char *what)
@@ -72,69 +98,44 @@ void check_released(const counting_allocator &a, const char *what)
     require(a.misuses() == 0, "release misused the allocator");
 }
 
-// The allocator a call gets: none at all, or the counting one.
+// -4 exactly when the failing allocation was asked for; without an
+// allocator, exactly when the same call with one allocated anything.
+void check_alloc_result(int rc, size_t fail_at, size_t attempts, size_t clean_attempts, const char *what)
+{
+    const bool expected = fail_at == no_allocator ? clean_attempts > 0 : fail_at != 0 && attempts >= fail_at;
+    require((rc == MIVO_ERROR_ALLOC_FAILED) == expected, what);
+}
+
 mivo_alloc_t *allocator_for(size_t fail_at)
 {
     return fail_at == no_allocator ? nullptr : &counting_allocator::allocate;
 }
 
-// -4 exactly when the failing allocation was asked for; without an
-// allocator, exactly when the same call with one allocated anything.
-bool alloc_failure_reported_honestly(int rc, size_t fail_at, size_t attempts, size_t clean_attempts)
-{
-    if (fail_at == no_allocator) {
-        return (rc == MIVO_ERROR_ALLOC_FAILED) == (clean_attempts > 0);
-    }
-    return (rc == MIVO_ERROR_ALLOC_FAILED) == (fail_at != 0 && attempts >= fail_at);
-}
-
-void check_failing_copy(const message_ops &m, const void *source, const std::vector<uint8_t> &plain, size_t fail_at,
-                        size_t clean_attempts)
-{
-    counting_allocator a;
-    a.fail_at(fail_at);
-    mivo_test::record_storage copy;
-    const int rc = m.duplicate(&copy, source, allocator_for(fail_at), &a);
-    require(rc == MIVO_NO_ERROR || rc == MIVO_ERROR_ALLOC_FAILED, "duplicate returned an undefined code");
-    require(alloc_failure_reported_honestly(rc, fail_at, a.attempts(), clean_attempts),
-            "duplicate misreported an allocation failure");
-    if (rc == MIVO_NO_ERROR) {
-        require(encode(m, &copy) == plain, "a copy encodes differently from its source");
-    }
-    m.release(&copy, &counting_allocator::release, &a, MIVO_FLAGS_NONE);
-    check_released(a, "a released copy still holds memory");
-}
-
 void check(const input_case &c, std::span<const uint8_t> input)
 {
-    const message_ops &m = mivo_test::all_targets()[c.target % target_count];
+    const entry &m = mivo_catalogue::entries()[c.target % mivo_catalogue::entry_count];
     // A copy of the wire bytes of exactly their size, so ASan sees any read
     // past the end; the copy test overwrites it later.
-    std::vector<uint8_t> wire(input.begin(), input.end());
+    bytes wire(input.begin(), input.end());
 
     counting_allocator a;
     a.fail_at(c.decode_fail_at);
-    mivo_test::record_storage record;
+    mivo_catalogue::record_storage record;
     const int rc = m.decode(&record, wire.data(), wire.size(), allocator_for(c.decode_fail_at), &a, c.flags);
     require(rc <= MIVO_NO_ERROR && rc >= MIVO_ERROR_ALLOC_FAILED, "decode returned an undefined code");
     if (c.decode_fail_at != no_allocator) {
-        require(alloc_failure_reported_honestly(rc, c.decode_fail_at, a.attempts(), 0),
-                "decode misreported an allocation failure");
+        check_alloc_result(rc, c.decode_fail_at, a.attempts(), 0, "decode misreported an allocation failure");
     }
 
     // A partly decoded record is still a consistent one (a failed member
     // holds nothing, a half-filled list keeps its flag clear), so it must
     // encode and copy like any other.
-    const std::vector<uint8_t> plain = encode(m, &record);
+    const bytes plain = encode(m, &record);
     if (rc == MIVO_NO_ERROR) {
-        // The identifier codec reports no pieces by design: its bytes ride
-        // in the enclosing message's inline piece.
-        if (&m != &mivo_test::all_targets().back()) {
-            check_fragments(m, &record, plain, MIVO_FLAGS_NONE);
-            check_fragments(m, &record, plain, MIVO_FLAG_SHARED);
-        }
+        check_fragments(m, &record, plain, MIVO_FLAGS_NONE);
+        check_fragments(m, &record, plain, MIVO_FLAG_SHARED);
         counting_allocator again;
-        mivo_test::record_storage second;
+        mivo_catalogue::record_storage second;
         require(m.decode(&second, plain.data(), plain.size(), &counting_allocator::allocate, &again,
                          MIVO_FLAGS_NONE) == MIVO_NO_ERROR,
                 "our own encoding does not decode");
@@ -144,11 +145,20 @@ void check(const input_case &c, std::span<const uint8_t> input)
     }
 
     counting_allocator copy_memory;
-    mivo_test::record_storage copy;
+    mivo_catalogue::record_storage copy;
     require(m.duplicate(&copy, &record, &counting_allocator::allocate, &copy_memory) == MIVO_NO_ERROR,
             "a copy failed without a failing allocation");
     if (c.copy_fail_at != 0) {
-        check_failing_copy(m, &record, plain, c.copy_fail_at, copy_memory.attempts());
+        counting_allocator failing;
+        failing.fail_at(c.copy_fail_at);
+        mivo_catalogue::record_storage partial;
+        const int copy_rc = m.duplicate(&partial, &record, allocator_for(c.copy_fail_at), &failing);
+        require(copy_rc == MIVO_NO_ERROR || copy_rc == MIVO_ERROR_ALLOC_FAILED, "duplicate returned an undefined code");
+        check_alloc_result(copy_rc, c.copy_fail_at, failing.attempts(), copy_memory.attempts(),
+                           "duplicate misreported an allocation failure");
+        require(copy_rc != MIVO_NO_ERROR || encode(m, &partial) == plain, "a copy encodes differently from its source");
+        m.release(&partial, &counting_allocator::release, &failing, MIVO_FLAGS_NONE);
+        check_released(failing, "a released copy still holds memory");
     }
 
     m.release(&record, &counting_allocator::release, &a, c.flags);
@@ -163,16 +173,76 @@ void check(const input_case &c, std::span<const uint8_t> input)
     check_released(copy_memory, "a released copy still holds memory");
 }
 
+constexpr uint8_t canary = 0xA5;
+
+void check_writing(const entry &m, const void *record)
+{
+    const bytes plain = encode(m, record);
+    for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
+        const auto [reference, slots] = check_fragments(m, record, plain, flags);
+        const size_t full = reference.size();
+        const auto needed = static_cast<unsigned>(slots.size());
+        unsigned count = needed;
+        // Past the full length too, where records of bounded size are
+        // written without checks; a buffer with 16 guard bytes either side.
+        for (size_t n = 0; n <= full + 64; ++n) {
+            for (bool gather : {true, false}) {
+                if (!gather && flags == MIVO_FLAG_SHARED) {
+                    continue; // shared byte strings need a fragment list
+                }
+                bytes buffer(n + 32, canary);
+                std::vector<mivo_bytes> scratch(needed);
+                count = needed;
+                require(m.encode(record, buffer.data() + 16, n, gather ? scratch.data() : nullptr,
+                                 gather ? &count : nullptr, flags) == full,
+                        "a short buffer changed the result");
+                require(count == needed, "a short buffer changed the piece count");
+                for (size_t i = 0; i < buffer.size(); ++i) {
+                    const bool inside = i >= 16 && i < 16 + std::min(n, full);
+                    require(buffer[i] == canary || (inside && buffer[i] == reference[i - 16]),
+                            "stored outside the buffer, or not the encoding's byte");
+                }
+            }
+        }
+        for (unsigned capacity = 0; capacity <= needed; ++capacity) {
+            const mivo_bytes sentinel{reference.data(), 0xDEAD};
+            std::vector<mivo_bytes> pieces(needed + 1, sentinel);
+            bytes out(full);
+            count = capacity;
+            require(m.encode(record, out.data(), full, pieces.data(), &count, flags) == full && count == needed &&
+                        out == reference,
+                    "a small fragment capacity changed the result");
+            for (unsigned i = 0; i <= needed; ++i) {
+                const mivo_bytes &p = pieces[i], &s = i < capacity ? slots[i] : sentinel;
+                const bool same = i >= capacity ? p.data == s.data : std::equal(p.data, p.data + p.size, s.data);
+                require(p.size == s.size && same,
+                        "a piece stored past the capacity, or not the full list's");
+            }
+        }
+    }
+}
+
+template <class Fn>
+std::string run(const entry &m, Fn &&fn)
+{
+    try {
+        fn();
+    } catch (const violated &v) {
+        return std::string(m.name) + ": " + v.what;
+    }
+    return {};
+}
+
 } // namespace
 
 std::string violation(const input_case &c, std::span<const uint8_t> wire)
 {
-    try {
-        check(c, wire);
-    } catch (const violated &v) {
-        return std::string(mivo_test::all_targets()[c.target % target_count].name) + ": " + v.what;
-    }
-    return {};
+    return run(mivo_catalogue::entries()[c.target % mivo_catalogue::entry_count], [&] { check(c, wire); });
+}
+
+std::string writing_violation(const entry &m, const void *record)
+{
+    return run(m, [&] { check_writing(m, record); });
 }
 
 void check_one_input(const uint8_t *data, size_t size)

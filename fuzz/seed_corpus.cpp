@@ -10,7 +10,7 @@
 #include <string>
 
 #include "decode_invariants.hpp"
-#include "message_table.hpp"
+#include "catalogue_table.hpp"
 #include "random_wire.hpp"
 
 int main(int argc, char **argv)
@@ -25,13 +25,13 @@ int main(int argc, char **argv)
     // Plain, shared, with the 1st or 3rd allocation failing, and shared
     // without an allocator.
     static const char controls[] = {'\x00', '\x01', '\x02', '\x07', '\xFF'};
-    for (size_t t = 0; t < mivo_fuzz::target_count; ++t) {
+    for (size_t t = 0; t < mivo_catalogue::entry_count; ++t) {
         for (unsigned v = 0; v < per_target; ++v) {
             std::string bytes{static_cast<char>(t), controls[v % std::size(controls)]};
-            bytes += mivo_test::random_wire(mivo_test::all_targets()[t].name, t * 1000 + v);
+            bytes += mivo_test::random_wire(mivo_catalogue::entries()[t].name, t * 1000 + v);
             std::ofstream(dir / ("seed-" + std::to_string(t) + "-" + std::to_string(v)), std::ios::binary) << bytes;
         }
     }
-    std::printf("%zu seeds written to %s\n", mivo_fuzz::target_count * per_target, dir.c_str());
+    std::printf("%zu seeds written to %s\n", mivo_catalogue::entry_count * per_target, dir.c_str());
     return 0;
 }

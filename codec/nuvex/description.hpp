@@ -11,46 +11,22 @@
 #include <utility>
 
 #include "nuvex.h"
+#include "nuvex/kinds.hpp"
 
 namespace nuvex {
-
-// What a member's elements are on the wire and in memory.
-enum class element {
-    varint32, // uint32, int32 (its two's-complement pattern) and enumerations
-    boolean,  // one byte, sent as stored, read back as 0 or 1
-    varint64,
-    string,   // NUL-terminated, always copied
-    bytes,    // struct mivo_bytes, copied or shared with the caller
-    eid,      // entity identifier, coded by the sibling library
-    message,  // a record nested inside another, coded by this engine
-};
 
 template <element E, bool Repeated>
 struct kind_of {
     static constexpr element elem = E;
     static constexpr bool repeated = Repeated;
-    static constexpr unsigned wire_type =
-        (E == element::varint32 || E == element::boolean || E == element::varint64) ? NUVEX_TYPE_VARINT
-                                                                                      : NUVEX_TYPE_LENGTH;
+    static constexpr unsigned wire_type = nuvex::wire_type(E);
 };
 
 // The kind names used by the field lists.
 namespace kind {
-using UINT32 = kind_of<element::varint32, false>;
-using ENUM = kind_of<element::varint32, false>;
-using INT32 = kind_of<element::varint32, false>;
-using BOOL = kind_of<element::boolean, false>;
-using UINT64 = kind_of<element::varint64, false>;
-using STRING = kind_of<element::string, false>;
-using BYTES = kind_of<element::bytes, false>;
-using EID = kind_of<element::eid, false>;
-using MESSAGE = kind_of<element::message, false>;
-using REP_UINT32 = kind_of<element::varint32, true>;
-using REP_INT32 = kind_of<element::varint32, true>;
-using REP_UINT64 = kind_of<element::varint64, true>;
-using REP_STRING = kind_of<element::string, true>;
-using REP_BYTES = kind_of<element::bytes, true>;
-using REP_MESSAGE = kind_of<element::message, true>;
+#define NUVEX_KIND_ALIAS(NAME, word, elem, repeated, ...) using NAME = kind_of<element::elem, repeated>;
+NUVEX_KINDS(NUVEX_KIND_ALIAS)
+#undef NUVEX_KIND_ALIAS
 } // namespace kind
 
 // A member with its field number; Member supplies kind, label and accessors.

@@ -24,9 +24,18 @@ struct mivo_bytes {
     size_t size;
 };
 
-/* The caller's allocator: returns size bytes or null. token is passed through untouched. */
+/* The caller's allocator, called as alloc_p(size, token) on the calling thread.
+ * - The block must be aligned for any object (alignof(max_align_t), 16 bytes
+ *   on x86-64, as malloc gives): decoders and duplicators store uint64_t
+ *   arrays, pointer arrays and identifier records in their blocks.
+ * - size can be 0 (an empty byte string); a null answer is a failure then
+ *   too, so hand out a distinct block (malloc(size ? size : 1)).
+ * - token is the caller's, passed through untouched; the library never reads it.
+ * - Null means failure: the operation reports MIVO_ERROR_ALLOC_FAILED, and
+ *   whatever it did allocate stays reachable from the record for the release. */
 typedef void *mivo_alloc_t(size_t size, void *token);
-/* The caller's release callback; never called with a null pointer. */
+/* The caller's release callback: called once for each block the library
+ * allocated, with the token given to the release; never with a null pointer. */
 typedef void mivo_free_t(void *pointer, void *token);
 
 /* Enumerations carry any 32-bit value, named or not. A fixed underlying type

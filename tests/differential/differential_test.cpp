@@ -3,8 +3,7 @@
 // share nothing with ours. Every message and the identifier are checked on
 // seeded random messages, by bytes alone: their encoding through our decoder
 // and encoder must come back as the same bytes.
-// Hand-worked encodings pin the exported schema itself.
-#include <google/protobuf/text_format.h>
+// The worked examples' hand-worked encodings pin the exported schema itself.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,24 +12,22 @@
 #include <string_view>
 #include <vector>
 
-#include "counting_allocator.hpp"
-#include "decode_invariants.hpp"
-#include "message_table.hpp"
 #include "random_wire.hpp"
+#include "unit_support.hpp"
 
 namespace {
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
+using google::protobuf::Reflection;
 using mivo_test::counting_allocator;
-using mivo_test::message_ops;
+using message_ops = mivo_catalogue::entry;
 
 constexpr uint64_t cases_per_target = 300;
 
-// ---- A minimal wire reader of our own, so that the checks do not lean on
-// the library's primitives.
-
+// A minimal reader of the wire form's top-level fields, our own, so that the
+// checks do not lean on the library's primitives.
 struct field_span {
     uint64_t key;
     size_t begin, value, end; // the key's first byte, the value's, one past it
@@ -68,16 +65,10 @@ std::vector<field_span> split_fields(std::string_view s)
         uint64_t length = 0;
         EXPECT_TRUE(read_varint(s, pos, f.key));
         f.value = pos;
-        switch (f.key & 7) {
-        case 0: EXPECT_TRUE(read_varint(s, pos, length)); break;
-        case 1: pos += 8; break;
-        case 2:
-            EXPECT_TRUE(read_varint(s, pos, length));
-            pos += length;
-            break;
-        case 5: pos += 4; break;
-        default: ADD_FAILURE() << "wire type " << (f.key & 7); return fields;
-        }
+        const unsigned type = f.key & 7;
+        EXPECT_TRUE(type == 0 || type == 1 || type == 2 || type == 5) << "wire type " << type;
+        EXPECT_TRUE(type % 2 || read_varint(s, pos, length));
+        pos += type == 1 ? 8 : type == 5 ? 4 : type == 2 ? length : 0;
         f.end = std::min(pos, s.size());
         fields.push_back(f);
     }
@@ -156,35 +147,27 @@ void keep_only_singular_numbers(Message &m)
     }
 }
 
-// Our decoder (with flags) then our encoder: plain into a buffer of exactly
-// the measured size, or with sharing gathered from the fragment list (the
-// identifier's codec lists no fragments; its buffer is the whole encoding).
-struct round_trip {
-    int rc = MIVO_NO_ERROR;
-    std::string bytes;
-};
-
-round_trip through_ours(const message_ops &ops, std::string_view wire, mivo_flags flags)
+// Our decoder (with flags) then our encoder: plain, or with sharing joined
+// from the fragment list (the identifier lists none: its buffer is all).
+std::pair<int, std::string> through_ours(const message_ops &ops, std::string_view wire, mivo_flags flags)
 {
     counting_allocator a;
-    mivo_test::record_storage record;
-    round_trip out;
-    out.rc = ops.decode(&record, reinterpret_cast<const uint8_t *>(wire.data()), wire.size(),
-                        &counting_allocator::allocate, &a, flags);
-    unsigned pieces = 0;
-    const size_t size = ops.encode(&record, nullptr, 0, nullptr, flags ? &pieces : nullptr, flags);
-    std::vector<uint8_t> buffer(size);
+    mivo_catalogue::record_storage record;
+    const int rc = ops.decode(&record, reinterpret_cast<const uint8_t *>(wire.data()), wire.size(),
+                              &counting_allocator::allocate, &a, flags);
+    unsigned pieces = 0, *count = flags ? &pieces : nullptr;
+    std::string buffer(ops.encode(&record, nullptr, 0, nullptr, count, flags), '\0');
     std::vector<mivo_bytes> fragments(pieces);
-    EXPECT_EQ(ops.encode(&record, buffer.data(), size, fragments.data(), flags ? &pieces : nullptr, flags), size);
-    if (fragments.empty()) {
-        out.bytes.assign(buffer.begin(), buffer.end());
-    }
+    EXPECT_EQ(ops.encode(&record, reinterpret_cast<uint8_t *>(buffer.data()), buffer.size(), fragments.data(), count,
+                         flags),
+              buffer.size());
+    std::string out = fragments.empty() ? buffer : std::string();
     for (const mivo_bytes &f : fragments) {
-        out.bytes.append(reinterpret_cast<const char *>(f.data), f.size);
+        out.append(reinterpret_cast<const char *>(f.data), f.size);
     }
     ops.release(&record, &counting_allocator::release, &a, flags);
     EXPECT_EQ(a.live() + a.misuses(), 0u);
-    return out;
+    return {rc, out};
 }
 
 // What to feed our codec, made from a random message and its encoding by
@@ -219,7 +202,7 @@ class Differential : public ::testing::TestWithParam<size_t> {};
 // of "libprotobuf reads ours as that message, with nothing unknown".
 TEST_P(Differential, AgreesWithLibprotobuf)
 {
-    const message_ops &ops = mivo_test::all_targets()[GetParam()];
+    const message_ops &ops = mivo_catalogue::entries()[GetParam()];
     const Descriptor *type = mivo_test::schema_message(ops.name);
     ASSERT_NE(type, nullptr) << "the exported schema lacks " << ops.name;
     for (uint64_t seed = 0; seed < cases_per_target; ++seed) {
@@ -231,80 +214,67 @@ TEST_P(Differential, AgreesWithLibprotobuf)
             expected->CopyFrom(*random);
             const std::string input = v.input(theirs, *expected, seed);
             for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
-                const round_trip ours = through_ours(ops, input, flags);
-                ASSERT_EQ(ours.rc, MIVO_NO_ERROR) << "flags " << flags;
-                ASSERT_EQ(ours.bytes, ours_from_theirs(expected->SerializeAsString(), type)) << "flags " << flags;
+                const auto [rc, ours] = through_ours(ops, input, flags);
+                ASSERT_EQ(rc, MIVO_NO_ERROR) << "flags " << flags;
+                ASSERT_EQ(ours, ours_from_theirs(expected->SerializeAsString(), type)) << "flags " << flags;
             }
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, Differential, ::testing::Range<size_t>(0, mivo_fuzz::target_count),
-                         [](const auto &info) { return std::string(mivo_test::all_targets()[info.param].name); });
+INSTANTIATE_TEST_SUITE_P(Catalogue, Differential, ::testing::Range<size_t>(0, mivo_catalogue::entry_count),
+                         [](const auto &info) { return std::string(mivo_catalogue::entries()[info.param].name); });
 
-// Hand-worked encodings: libprotobuf must write exactly these bytes for the
-// message in text form (which pins the exported schema's names, numbers and
-// types), and ours must decode and re-encode them unchanged.
-const struct {
-    const char *record;
-    const char *text; // the message in libprotobuf's text format
-    const char *hex;
-} worked_examples[] = {
-    {"mgbl_hello", "version: 1 timestamp: 300 is_resend_msg: true seq_num: 7 respawn: false",
-     "08 01 10 AC 02 18 01 20 07 28 00"},
-    {"mgbl_hello_done", "err_code: 4294967296", "18 80 80 80 80 10"},
-    {"mgbl_notify_locations", "location_name: 'a' location_name: 'bc'", "2A 01 61 2A 02 62 63"},
-    {"mgbl_request", "req_type: 3 rec_type: 7", "38 03 48 07"},
-    {"mgbl_request_done", "data: '\\001\\002\\003'", "6A 03 01 02 03"},
-    {"svc_regn", "seq_num: 1 svc_name: 'ab' svc_type: 4 client_comp_id: 200", "30 01 3A 02 61 62 40 04 50 C8 01"},
-    {"svc_unregn", "seq_num: 1 svc_name: 'ab' svc_type: 4 client_comp_id: 200", "38 01 42 02 61 62 48 04 58 C8 01"},
-    {"svc_regn_done", "client_id: 5 svc_type: 4 err_code: 0 r_msn: 9", "18 05 20 04 28 00 30 09"},
-    {"write_env_pep_record_done", "version: 1 client_id: 7 err_code: 4294967296 r_msn: 5",
-     "08 01 18 07 20 80 80 80 80 10 28 05"},
-    {"write_env_raw_record", "devname: 'abc' env_raw: '\\001\\002' env_raw: '\\003'",
-     "5A 03 61 62 63 6A 02 01 02 6A 01 03"},
-    {"write_env_temp_thresholds", "max_temp_diff: 10 sensor_id: 5 sensor_id: 300 sensor_name: 'abc'",
-     "50 0A 60 05 60 AC 02 6A 03 61 62 63"},
-    {"write_syslog_thresholds_done", "err_code: 3", "20 03"},
-    {"log_env_sensor_info", "version: 1 sensor_type: 1 sensor_id: 4 value: -5 scale: -1",
-     "08 01 40 01 48 04 58 FB FF FF FF 0F 60 FF FF FF FF 0F"},
-    {"log_env_sensor_info", "value: -2147483648", "58 80 80 80 80 08"},
-    {"log_bulk_env_sensor_info", "value: 1 value: -1 scale: -3", "60 01 60 FF FF FF FF 0F 68 FD FF FF FF 0F"},
-    {"log_bulk_env_sensor_info_done", "sensor_type: 2 ret_errors: 0 ret_errors: 5", "30 02 38 00 38 05"},
-    {"log_bulk_env_sensor_info_done", "ret_errors: 18446744073709551615", "38 FF FF FF FF FF FF FF FF FF 01"},
-    {"log_uptime", "version: 1 client_id: 2 seq_num: 3 write_interval: 60", "08 01 28 02 38 03 50 3C"},
-    {"log_syslog", "svc_type: 4 severity: 1 data: 'abc'", "40 04 58 01 6A 03 61 62 63"},
-    {"log_str", "data: 'abc'", "62 03 61 62 63"},
-    {"log_diag_record", "err_code: 300 last_test_exec_ts: 2 last_test_pass_ts: 1", "68 AC 02 80 01 02 98 01 01"},
-    {"log_diag_record_done", "rec_type: 12", "30 0C"},
-};
-
-std::string from_hex(std::string_view hex)
+// The worked examples' records built by libprotobuf through reflection from
+// their JSON (64-bit numbers as decimal strings, byte strings in hex, `null`
+// for a present member without contents, which is nothing on the wire).
+void from_json(Message &m, const unit::json &in)
 {
-    std::string out;
-    for (size_t i = 0; i < hex.size(); i += 3) {
-        out += static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
-    }
-    return out;
-}
-
-TEST(DifferentialWorkedExamples, BothCodecsWriteTheHandWorkedBytes)
-{
-    for (const auto &row : worked_examples) {
-        SCOPED_TRACE(std::string(row.record) + " {" + row.text + "}");
-        const message_ops *ops = mivo_test::find_message(row.record);
-        const Descriptor *type = mivo_test::schema_message(row.record);
-        ASSERT_TRUE(ops && type);
-        auto message = mivo_test::new_message(type);
-        ASSERT_TRUE(google::protobuf::TextFormat::ParseFromString(row.text, message.get()));
-        const std::string expected = from_hex(row.hex);
-        EXPECT_EQ(ours_from_theirs(message->SerializeAsString(), type), expected);
-        for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {
-            const round_trip ours = through_ours(*ops, expected, flags);
-            EXPECT_EQ(ours.rc, MIVO_NO_ERROR);
-            EXPECT_EQ(ours.bytes, expected) << "flags " << flags;
+    const Reflection *r = m.GetReflection();
+    for (const auto &[name, value] : in.items()) {
+        const FieldDescriptor *f = m.GetDescriptor()->FindFieldByName(name);
+        ASSERT_NE(f, nullptr) << name;
+        const bool rep = f->is_repeated();
+        const auto put = [&](auto add, auto set, auto x) { rep ? (r->*add)(&m, f, x) : (r->*set)(&m, f, x); };
+        for (const auto &v : rep || value.is_null() ? value : unit::json::array({value})) {
+            switch (f->cpp_type()) {
+            case FieldDescriptor::CPPTYPE_UINT32:
+                put(&Reflection::AddUInt32, &Reflection::SetUInt32, uint32_t(v));
+                break;
+            case FieldDescriptor::CPPTYPE_INT32: put(&Reflection::AddInt32, &Reflection::SetInt32, int32_t(v)); break;
+            case FieldDescriptor::CPPTYPE_UINT64:
+                put(&Reflection::AddUInt64, &Reflection::SetUInt64,
+                    v.is_string() ? std::stoull(v.get<std::string>()) : v.get<uint64_t>());
+                break;
+            case FieldDescriptor::CPPTYPE_BOOL: put(&Reflection::AddBool, &Reflection::SetBool, v.get<bool>()); break;
+            case FieldDescriptor::CPPTYPE_STRING: {
+                const std::string text = v;
+                const unit::bytes b = f->type() == FieldDescriptor::TYPE_BYTES ? unit::hex(text) : unit::bytes();
+                put(&Reflection::AddString, &Reflection::SetString, b.empty() ? text : std::string(b.begin(), b.end()));
+                break;
+            }
+            case FieldDescriptor::CPPTYPE_MESSAGE:
+                from_json(rep ? *r->AddMessage(&m, f) : *r->MutableMessage(&m, f), v);
+                break;
+            default: FAIL() << "a type the catalogue has never used: " << name;
+            }
         }
     }
+}
+
+// libprotobuf writes exactly the hand-worked bytes of every worked example
+// (in our int32 form), which pins the exported schema's names, numbers and
+// types; the unit driver holds our codec to the same rows.
+TEST(DifferentialWorkedExamples, LibprotobufWritesTheHandWorkedBytes)
+{
+    unit::for_each_row("worked_examples.txt", 97, [](const unit::row &row, const unit::message &) {
+        const Descriptor *type = mivo_test::schema_message(row.col(0));
+        ASSERT_NE(type, nullptr);
+        auto message = mivo_test::new_message(type);
+        from_json(*message, unit::json::parse(row.col(1)));
+        const unit::bytes expected = unit::hex(row.col(2));
+        EXPECT_EQ(ours_from_theirs(message->SerializeAsString(), type), std::string(expected.begin(), expected.end()));
+    });
 }
 
 } // namespace

@@ -3,10 +3,10 @@
 
   tests/mutants/run.py [--suite REV] [--only REGEX] [--jobs N]
 
-The faults go into a scratch copy, /tmp/mutants-<suite>/src, never into this
-tree. It is built with ASan+UBSan in one build directory, so each fault costs
-only the rebuild of what it touches; a fault is caught when a test fails or
-times out. --suite REV takes tests/ and fuzz/ from revision REV. Not in CI.
+The faults go into a scratch copy, /tmp/mutants-<checkout>-<suite>/src, never
+into this tree. It is built with ASan+UBSan in one build directory, so each
+fault costs only the rebuild of what it touches; a fault is caught when a
+test fails or times out. --suite REV takes tests/ and fuzz/ from revision REV. Not in CI.
 """
 import argparse, io, os, re, signal, subprocess, sys, tarfile, time
 
@@ -27,16 +27,10 @@ ENV = dict(os.environ, ASAN_OPTIONS='detect_leaks=1:abort_on_error=1', UBSAN_OPT
 
 def columns(line):
     """A row's columns: split at '|', where '\\|', '\\n' and '\\\\' stand for '|', a line break and '\\'."""
-    cols, cur, chars = [], '', iter(line)
-    for c in chars:
-        if c == '\\':
-            c = next(chars, '')
-            cur += '\n' if c == 'n' else c
-        elif c == '|':
-            cols, cur = cols + [cur.strip(' ')], ''
-        else:
-            cur += c
-    return cols + [cur.strip(' ')]
+    marks = {'\\\\': '\0', '\\|': '\1', '\\n': '\n'}
+    for k, v in marks.items():
+        line = line.replace(k, v)
+    return [c.strip(' ').replace('\1', '|').replace('\0', '\\') for c in line.split('|')]
 
 
 def git(*args):
@@ -66,10 +60,9 @@ def sync(files, dest):
             os.makedirs(os.path.dirname(full), exist_ok=True)
             open(full, 'wb').write(data)
         os.chmod(full, mode)
-    for root, _, names in os.walk(dest):
-        for full in (os.path.join(root, n) for n in names):
-            if os.path.relpath(full, dest) not in files:
-                os.remove(full)
+    for full in (os.path.join(r, n) for r, _, names in os.walk(dest) for n in names):
+        if os.path.relpath(full, dest) not in files:
+            os.remove(full)
 
 
 def run(cmd, log, timeout):
@@ -102,7 +95,9 @@ def main():
     ap.add_argument('--jobs', type=int, default=2)
     args = ap.parse_args()
     started = time.time()
-    work = '/tmp/mutants-' + (git('rev-parse', '--short', args.suite).decode().strip() if args.suite else 'worktree')
+    # Named after this checkout too, so that runs from two worktrees never share a scratch tree.
+    work = f'/tmp/mutants-{os.path.basename(REPO)}-' + (
+        git('rev-parse', '--short', args.suite).decode().strip() if args.suite else 'worktree')
     src, build, log = work + '/src', work + '/build', work + '/build.log'
     os.makedirs(src, exist_ok=True)
     sync(tree(args.suite), src)

@@ -1,11 +1,12 @@
-// An allocator/release pair for tests: it counts, remembers every live block,
-// can be told to fail the k-th allocation, and records every misuse (a wrong
-// token, a release of a pointer it never gave out, a second release) instead
-// of crashing, so a test can assert on it.
+// An allocator/release pair for tests: it remembers every live block, can be
+// told to fail the k-th allocation, and counts every misuse (a token not its
+// own, a release of a block it never gave out or gave back already) instead
+// of crashing, so a test can assert on it. Pass allocate / release as the
+// callbacks and the allocator's address as the token.
 #pragma once
 
-#include <cstddef>
-#include <unordered_map>
+#include <cstdlib>
+#include <unordered_set>
 #include <vector>
 
 #include "nuvex.h"
@@ -14,39 +15,56 @@ namespace mivo_test {
 
 class counting_allocator {
 public:
-    // Pass these as alloc_p / free_p and the allocator's address as the token.
-    static void *allocate(size_t size, void *token);
-    static void release(void *pointer, void *token);
+    static void *allocate(size_t size, void *token)
+    {
+        auto *self = static_cast<counting_allocator *>(token);
+        if (self == nullptr || self->magic_ != magic) {
+            return nullptr; // not our token: the test sees the failure
+        }
+        self->sizes_.push_back(size);
+        // Size 0 still gets a block of its own, so that a leak of it shows.
+        void *p = self->sizes_.size() == self->fail_at_ ? nullptr : std::malloc(size == 0 ? 1 : size);
+        if (p != nullptr) {
+            self->live_.insert(p);
+        }
+        return p;
+    }
+    static void release(void *pointer, void *token)
+    {
+        auto *self = static_cast<counting_allocator *>(token);
+        if (self == nullptr || self->magic_ != magic) {
+            return; // cannot count it; leaking it makes LeakSanitizer report it
+        }
+        if (self->live_.erase(pointer) == 0) {
+            ++self->misuses_;
+            return;
+        }
+        ++self->releases_;
+        std::free(pointer);
+    }
 
-    // Fail the k-th allocation attempt made through this allocator (1-based,
-    // counted from its construction); 0 fails none.
+    // Fail the k-th allocation attempt (1-based, counted from construction); 0 fails none.
     void fail_at(size_t k) { fail_at_ = k; }
 
-    size_t allocations() const { return allocations_; } // successful ones
-    size_t attempts() const { return attempts_; }        // successful or failed
+    size_t attempts() const { return sizes_.size(); } // successful or failed
     size_t releases() const { return releases_; }
     size_t live() const { return live_.size(); }
+    size_t misuses() const { return misuses_; }
     const std::vector<size_t> &sizes() const { return sizes_; } // asked sizes, in order
-    size_t misuses() const { return misuses_; } // wrong token, foreign or double release
 
-    bool owns(const void *pointer) const { return live_.count(const_cast<void *>(pointer)) != 0; }
-
-    // Hands back everything still live (after a test has judged the leak).
-    void release_all();
-
-    ~counting_allocator() { release_all(); }
+    ~counting_allocator()
+    {
+        for (void *p : live_) {
+            std::free(p);
+        }
+    }
 
 private:
-    static counting_allocator *from(void *token);
-
-    std::unordered_map<void *, size_t> live_;
+    static constexpr unsigned magic = 0xA110CA7E;
+    std::unordered_set<void *> live_;
     std::vector<size_t> sizes_;
-    size_t fail_at_ = 0;
-    size_t allocations_ = 0;
-    size_t attempts_ = 0;
-    size_t releases_ = 0;
-    size_t misuses_ = 0;
-    unsigned magic_ = 0xA110CA7E;
+    size_t fail_at_ = 0, releases_ = 0, misuses_ = 0;
+    unsigned magic_ = magic;
 };
 
 } // namespace mivo_test

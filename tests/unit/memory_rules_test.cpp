@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "mivo_obfl_mgr_init.h"
-#include "mivo_tesk_eid_init.h"
 #include "unit_support.hpp"
 
 namespace {
@@ -16,12 +15,7 @@ using pointers = std::vector<const void *>;
 
 TEST(Copies, ResultCopyAllocationsAndNoLeak)
 {
-    const auto rows = read_table("copies.txt");
-    EXPECT_GE(rows.size(), 15u);
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.where());
-        ASSERT_GE(row.cols.size(), 5u);
-        const message m = find(row.col(0));
+    for_each_row("copies.txt", 18, [](const row &row, const message &m) {
         record source, copy;
         obfl_wire::arena mem;
         fill(m, row.col(1), source, mem);
@@ -30,7 +24,7 @@ TEST(Copies, ResultCopyAllocationsAndNoLeak)
         std::memset(copy.get(), 0xA5, m.ops.record_size);
         const int rc = m.ops.duplicate(copy.get(), source.get(), alloc, &heap);
         expect_outcome(m, row, rc, copy, heap, MIVO_FLAGS_NONE);
-    }
+    });
 }
 
 // Release callback that logs each pointer before handing it back.
@@ -45,7 +39,7 @@ TEST(MemoryRules, DefaultsCopyAndReleaseWithoutAnyCall)
 {
     counting_allocator heap;
     freed.clear();
-    for (const auto &ops : mivo_test::all_messages()) {
+    for (const auto &ops : mivo_catalogue::messages()) {
         SCOPED_TRACE(std::string(ops.name));
         record r, copy;
         ASSERT_EQ(ops.decode(r.get(), nullptr, 0, alloc_cb, &heap, MIVO_FLAGS_NONE), MIVO_NO_ERROR);
@@ -130,16 +124,6 @@ TEST(MemoryRules, CopiesOfHandBuiltRecords)
     EXPECT_EQ(temp_copy._sensor_name[1], nullptr);
     mivo_write_env_temp_thresholds_free_ext(&temp_copy, free_cb, &heap, MIVO_FLAGS_NONE);
 
-    // The identifier library's own copy without an allocator leaves no chain.
-    const mivo_tesk_entity_tsi_st chain[1] = {};
-    mivo_tesk_eid_st eid, eid_copy;
-    mivo_tesk_eid_st_init(&eid);
-    eid._tsi = chain;
-    eid._tsi_count = 1;
-    eid._have_tsi = 1;
-    EXPECT_EQ(mivo_tesk_eid_st_duplicate(&eid_copy, &eid, nullptr, nullptr), MIVO_ERROR_ALLOC_FAILED);
-    EXPECT_EQ(eid_copy._tsi, nullptr);
-    EXPECT_EQ(eid_copy._tsi_count, 0u);
     expect_no_leak(heap);
 }
 

@@ -5,11 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <map>
 #include <sstream>
 
+#include "catalogue_table.hpp"
 #include "counting_allocator.hpp"
-#include "mivo_tesk_eid_def.h"
-#include "message_table.hpp"
+#include "mivo_obfl_mgr_description.hpp"
 #include "record_json.hpp"
 
 namespace unit {
@@ -64,24 +65,52 @@ inline std::vector<row> read_table(const std::string &name)
 
 // A message by name: its C entry points and its JSON converters.
 struct message {
-    const mivo_test::message_ops &ops;
+    const mivo_catalogue::entry &ops;
     const obfl_wire::message &js;
 };
 inline message find(const std::string &name)
 {
-    const auto *ops = mivo_test::find_message(name);
+    const auto *ops = mivo_catalogue::find(name);
     const auto *js = obfl_wire::find_message(name);
-    if (ops == nullptr || js == nullptr) {
-        ADD_FAILURE() << "no message " << name;
-        return {mivo_test::all_messages().front(), obfl_wire::messages().front()};
+    EXPECT_TRUE(ops != nullptr && js != nullptr) << "no message " << name;
+    return ops != nullptr && js != nullptr ? message{*ops, *js} : find("mgbl_hello");
+}
+
+// Calls fn(row, message) for every row of a table, traced by its place.
+template <class Fn>
+void for_each_row(const std::string &table, size_t at_least, Fn &&fn)
+{
+    const auto rows = read_table(table);
+    EXPECT_GE(rows.size(), at_least);
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.where());
+        ASSERT_GE(r.cols.size(), 3u);
+        fn(r, find(r.col(0)));
     }
-    return {*ops, *js};
 }
 
 struct record {
-    mivo_test::record_storage storage{};
+    mivo_catalogue::record_storage storage{};
     void *get() { return storage.bytes; }
 };
+
+// `null` in a row's JSON: the member is present with a null pointer (a
+// string, or a list without its array), which JSON cannot otherwise say.
+template <class R>
+void present_null(void *record, const std::string &label)
+{
+    nuvex::for_each_field<R>([&]<class F>() {
+        if constexpr (F::kind::repeated || F::kind::elem == nuvex::element::string) {
+            if (label == F::label) {
+                F::value(*static_cast<R *>(record)) = nullptr;
+                F::mark(*static_cast<R *>(record), true);
+            }
+        }
+    });
+}
+#define UNIT_PRESENT_NULL(rec, FIELDS) {std::string_view(#rec).substr(5), &present_null<struct rec>},
+inline const std::map<std::string_view, void (*)(void *, const std::string &)> present_null_in{
+    MIVO_OBFL_MGR_CATALOGUE(UNIT_PRESENT_NULL)};
 
 // A record from a table's JSON (mem owns what it points at), and the JSON
 // of a record as the converter prints it (enumeration names, 64-bit values
@@ -89,7 +118,13 @@ struct record {
 inline void fill(const message &m, const std::string &text, record &r, obfl_wire::arena &mem)
 {
     std::string error;
-    EXPECT_TRUE(m.js.from_json(json::parse(text), r.get(), mem, hex_bytes, error)) << text << ": " << error;
+    const json in = json::parse(text);
+    EXPECT_TRUE(m.js.from_json(in, r.get(), mem, hex_bytes, error)) << text << ": " << error;
+    for (const auto &[name, value] : in.items()) {
+        if (value.is_null()) {
+            present_null_in.at(m.ops.name)(r.get(), name);
+        }
+    }
 }
 inline json as_json(const message &m, const void *r) { return m.js.to_json(r, hex_bytes); }
 inline json canonical(const message &m, const std::string &text)
@@ -101,10 +136,10 @@ inline json canonical(const message &m, const std::string &text)
 }
 
 // Measures, then writes into a buffer of exactly that size.
-inline bytes encode(const message &m, const void *r)
+inline bytes encode(const mivo_catalogue::entry &m, const void *r)
 {
-    bytes out(m.ops.encode(r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
-    EXPECT_EQ(m.ops.encode(r, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), out.size());
+    bytes out(m.encode(r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
+    EXPECT_EQ(m.encode(r, out.data(), out.size(), nullptr, nullptr, MIVO_FLAGS_NONE), out.size());
     return out;
 }
 
@@ -115,14 +150,12 @@ inline std::vector<size_t> sizes(const std::string &text)
     std::vector<size_t> out;
     std::istringstream in(text);
     for (std::string word; in >> word && word != "none";) {
-        const size_t n = std::stoul(word);
         const char unit = word.back();
-        out.push_back(n * (unit == 'p' ? sizeof(void *) : unit == 'b' ? sizeof(mivo_bytes)
-                           : unit == 't' ? sizeof(mivo_tesk_entity_tsi_st) : 1));
+        out.push_back(std::stoul(word) * (unit == 'p' ? sizeof(void *) : unit == 'b' ? sizeof(mivo_bytes)
+                                          : unit == 't' ? sizeof(mivo_tesk_entity_tsi_st) : 1));
     }
     return out;
 }
-
 
 // An allocator set up by a table's flags column: "fail@N" fails the N-th
 // allocation; "noalloc" passes no allocator at all.

@@ -9,6 +9,7 @@
 //   mivo_headergen check EID_DIR OBFL_DIR   fails when a header there differs from what it would write
 #include "mivo_obfl_mgr_catalogue.h"
 #include "mivo_tesk_eid_catalogue.h"
+#include "nuvex/kinds.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -47,63 +48,49 @@ const std::vector<record> eid_records{MIVO_TESK_EID_RECORDS(HG_RECORD)};
 const std::vector<enumeration> obfl_enums{MIVO_OBFL_MGR_ENUMS(HG_ENUM)};
 const std::vector<record> obfl_records{MIVO_OBFL_MGR_CATALOGUE(HG_RECORD)};
 
-// What a member kind means for the header: the word in the member comment,
-// whether its field is length-delimited (wire type 2) or a varint (0), and
-// how its initialiser resets it.
+// How an initialiser resets a member of each kind.
 enum class reset { assign_zero, assign_null, clear_bytes, clear_memory, eid_init, clear_array };
-struct kind_info {
-    std::string_view kind, word;
-    bool length_delimited;
-    reset how;
-};
-constexpr kind_info kinds[] = {
-    {"UINT32", "uint32", false, reset::assign_zero},
-    // memset rather than a cast of 0, which C++ callers' -Wold-style-cast would flag
-    {"ENUM", "enum", false, reset::clear_memory},
-    {"BOOL", "bool", false, reset::assign_zero},
-    {"INT32", "int32", false, reset::assign_zero},
-    {"UINT64", "uint64", false, reset::assign_zero},
-    {"STRING", "string", true, reset::assign_null},
-    {"BYTES", "bytes", true, reset::clear_bytes},
-    {"EID", "eid", true, reset::eid_init},
-    {"MESSAGE", "message", true, reset::clear_memory},
-    {"REP_UINT32", "repeated uint32", false, reset::clear_array},
-    {"REP_INT32", "repeated int32", false, reset::clear_array},
-    {"REP_UINT64", "repeated uint64", false, reset::clear_array},
-    {"REP_STRING", "repeated string", true, reset::clear_array},
-    {"REP_BYTES", "repeated bytes", true, reset::clear_array},
-    {"REP_MESSAGE", "repeated message", true, reset::clear_array},
-};
 
 bool failed = false;
 
-const kind_info &info(const member &m)
+const nuvex::kind_info &info(const member &m)
 {
-    for (const auto &k : kinds) {
-        if (k.kind == m.kind) {
-            return k;
-        }
+    const std::string kind(m.kind);
+    if (const nuvex::kind_info *k = nuvex::find_kind(kind.c_str())) {
+        return *k;
     }
-    std::fprintf(stderr, "mivo_headergen: member _%.*s has unknown kind %.*s\n", int(m.name.size()), m.name.data(),
-                 int(m.kind.size()), m.kind.data());
+    std::fprintf(stderr, "mivo_headergen: member _%.*s has unknown kind %s\n", int(m.name.size()), m.name.data(),
+                 kind.c_str());
     failed = true;
-    return kinds[0];
+    return nuvex::kinds[0];
 }
 
-bool repeated(const member &m) { return m.kind.starts_with("REP_"); }
-
-// The field key as it appears on the wire: the varint of number * 8 + wire type.
-std::string key_bytes(unsigned number, bool length_delimited)
+reset how(const nuvex::kind_info &k)
 {
-    unsigned key = number << 3 | (length_delimited ? 2u : 0u);
+    if (k.repeated) {
+        return reset::clear_array;
+    }
+    switch (k.elem) {
+    case nuvex::element::string: return reset::assign_null;
+    case nuvex::element::bytes: return reset::clear_bytes;
+    case nuvex::element::eid: return reset::eid_init;
+    // Enumerations and nested records (their type named by the field list):
+    // memset rather than a cast of 0, which C++ callers' -Wold-style-cast would flag.
+    default: return k.c_type == nullptr ? reset::clear_memory : reset::assign_zero;
+    }
+}
+
+// The field key as it appears on the wire, in hexadecimal.
+std::string key_bytes(unsigned number, const nuvex::kind_info &k)
+{
+    uint8_t bytes[5];
     std::string out;
     char byte[4];
-    do {
-        std::snprintf(byte, sizeof byte, "%02X", (key & 0x7Fu) | (key > 0x7Fu ? 0x80u : 0u));
+    for (unsigned i = 0, n = nuvex::key_bytes(nuvex::field_key(number, k.elem), bytes); i < n; ++i) {
+        std::snprintf(byte, sizeof byte, "%02X", bytes[i]);
         out += out.empty() ? "" : " ";
         out += byte;
-        key >>= 7;
-    } while (key != 0);
+    }
     return out;
 }
 
@@ -137,11 +124,11 @@ void write_struct(std::ostream &out, const record &r)
     std::vector<line> lines;
     for (size_t i = 0; i < r.members.size(); ++i) {
         const member &m = r.members[i];
-        const kind_info &k = info(m);
+        const nuvex::kind_info &k = info(m);
         const auto number = static_cast<unsigned>(i + 1);
         std::string comment = "field " + std::to_string(number) + ", " + std::string(k.word) + ", key " +
-                              key_bytes(number, k.length_delimited);
-        if (repeated(m)) {
+                              key_bytes(number, k);
+        if (k.repeated) {
             lines.push_back({"const " + std::string(m.ctype) + " *_" + std::string(m.name) + ";", comment});
             lines.push_back({"unsigned int _" + std::string(m.name) + "_count;", "elements of _" + std::string(m.name)});
         } else {
@@ -253,7 +240,8 @@ std::string obfl_def()
 {
     std::ostringstream out;
     out << "/*\n"
-           " * mivo_obfl_mgr_def.h: the records, enumerations and 148 entry points of the\n"
+           " * mivo_obfl_mgr_def.h: the records, enumerations and "
+        << 4 * obfl_records.size() << " entry points of the\n"
            " * OBFL manager's message codec.\n"
            " *\n"
         << note("system_pkg/obfl/catalogue/mivo_obfl_mgr_catalogue.h")
@@ -296,7 +284,7 @@ void write_initialisers(std::ostream &out, const record &r)
     for (const member &m : r.members) {
         const std::string field = "dest_p->_" + std::string(m.name);
         out << "static inline void " << r.name << "_init_" << m.name << "(struct " << r.name << " *dest_p)\n{\n";
-        switch (info(m).how) {
+        switch (how(info(m))) {
         case reset::assign_zero: out << "    " << field << " = 0;\n"; break;
         case reset::assign_null: out << "    " << field << " = NULL;\n"; break;
         case reset::clear_bytes: out << "    " << field << ".data = NULL;\n    " << field << ".size = 0;\n"; break;
