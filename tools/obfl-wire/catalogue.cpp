@@ -1,5 +1,6 @@
-// The entry table: one row per message of the catalogue, each instantiating
-// the generic conversions for its record and calling its own codec entries.
+// The entry table: the catalogue table's codec entry points for each message,
+// paired with the JSON conversions instantiated for its record.
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -25,31 +26,15 @@ bool from_json_entry(const json &in, void *record, arena &mem, const json_option
 }
 
 template <class R>
-json to_json_entry(const void *record, const json_options &o)
+void write_entry(json_out &out, const void *record, const json_options &o)
 {
-    std::string text;
-    json_out out(text, false);
     write_record(out, *static_cast<const R *>(record), o);
-    return json::parse(text);
-}
-
-template <class R, auto Encode>
-bool encode_entry(const json &in, const json_options &o, std::vector<uint8_t> &out, std::string &error)
-{
-    R r;
-    arena mem;
-    if (!from_json_entry<R>(in, &r, mem, o, error)) {
-        return false;
-    }
-    std::vector<uint8_t> bytes(Encode(&r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
-    Encode(&r, bytes.data(), bytes.size(), nullptr, nullptr, MIVO_FLAGS_NONE);
-    out = std::move(bytes);
-    return true;
 }
 
 template <class R>
-void count_members(const R &r, unsigned *filled, unsigned *named)
+void count_members(const void *record, unsigned *filled, unsigned *named)
 {
+    const R &r = *static_cast<const R *>(record);
     nuvex::for_each_field<R>([&]<class F>() {
         if (!F::present(r)) {
             return;
@@ -64,55 +49,44 @@ void count_members(const R &r, unsigned *filled, unsigned *named)
     });
 }
 
-template <class R, auto Decode, auto Free>
-int decode_entry(std::span<const uint8_t> bytes, bool shared, const json_options &o, std::string &text,
-                 unsigned *filled, unsigned *named)
-{
-    static constexpr uint8_t none[1] = {0};
-    const mivo_flags flags = shared ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE;
-    R r;
-    const int rc = Decode(&r, bytes.empty() ? none : bytes.data(), bytes.size(), heap_alloc, nullptr, flags);
-    if (rc == MIVO_NO_ERROR) {
-        json_out out(text, o.pretty);
-        write_record(out, r, o);
-        unsigned f = 0, n = 0;
-        count_members(r, &f, &n);
-        if (filled != nullptr) {
-            *filled = f;
-        }
-        if (named != nullptr) {
-            *named = n;
-        }
-    }
-    Free(&r, heap_free, nullptr, flags);
-    return rc;
-}
-
 template <class R>
 std::string describe_entry()
 {
     std::string out;
     nuvex::for_each_field<R>([&]<class F>() {
+        uint8_t key[5];
+        const unsigned n = nuvex::key_bytes(nuvex::field_key(F::number, F::kind::elem), key);
         char line[128];
-        char key[8];
-        std::snprintf(key, sizeof key, F::number < 16 ? "%02X" : "%02X 01", F::key);
-        std::snprintf(line, sizeof line, "%3u  %-30s %-12s key %s\n", F::number, F::label, F::kind_name, key);
+        int at = std::snprintf(line, sizeof line, "%3u  %-30s %-12s key", F::number, F::label, F::kind_name);
+        for (unsigned i = 0; i < n; ++i) {
+            at += std::snprintf(line + at, sizeof line - static_cast<size_t>(at), " %02X", key[i]);
+        }
         out += line;
+        out += '\n';
     });
     return out;
 }
 
-#define OBFL_WIRE_ENTRY(rec, FIELDS)                                                                     \
-    message{short_name(#rec),                                                                            \
-            nuvex::description<struct rec>::fields::size,                                                \
-            &encode_entry<struct rec, rec##_encode_ext>,                                                 \
-            &decode_entry<struct rec, rec##_decode_ext, rec##_free_ext>,                                 \
-            &from_json_entry<struct rec>,                                                                \
-            &to_json_entry<struct rec>,                                                                  \
-            &describe_entry<struct rec>,                                                                 \
-            &schema_of<struct rec>},
+} // namespace
 
-const message catalogue[] = {MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_ENTRY)};
+// What the entry table knows of a record type beyond its codec entry points.
+struct record_functions {
+    bool (*from_json)(const json &in, void *record, arena &mem, const json_options &o, std::string &error);
+    void (*write)(json_out &out, const void *record, const json_options &o);
+    void (*count)(const void *record, unsigned *filled, unsigned *named);
+    std::string (*describe)();
+    const record_schema &(*schema)();
+};
+
+namespace {
+
+#define OBFL_WIRE_ENTRY(rec, FIELDS)                                                                    \
+    record_functions{&from_json_entry<struct rec>, &write_entry<struct rec>, &count_members<struct rec>, \
+                     &describe_entry<struct rec>, &schema_of<struct rec>},
+
+// In catalogue order, like the catalogue table's messages, which it is paired with.
+const record_functions per_record[] = {MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_ENTRY)};
+static_assert(std::size(per_record) == mivo_catalogue::message_count);
 
 // Thrown from the parser's callback: the key given twice.
 struct duplicate_key : std::runtime_error {
@@ -121,20 +95,82 @@ struct duplicate_key : std::runtime_error {
 
 } // namespace
 
-std::span<const message> messages() { return catalogue; }
+std::span<const message> messages()
+{
+    static const auto table = [] {
+        std::array<message, mivo_catalogue::message_count> t{};
+        for (size_t i = 0; i < t.size(); ++i) {
+            t[i] = message{&mivo_catalogue::messages()[i], &per_record[i]};
+        }
+        return t;
+    }();
+    return table;
+}
 
 const message *find_message(std::string_view name)
 {
     if (name.starts_with("mivo_")) {
         name.remove_prefix(5);
     }
-    for (const message &m : catalogue) {
-        if (name == m.name) {
+    for (const message &m : messages()) {
+        if (name == m.name()) {
             return &m;
         }
     }
     return nullptr;
 }
+
+bool message::encode(const json &in, const json_options &o, std::vector<uint8_t> &out, std::string &error) const
+{
+    mivo_catalogue::record_storage r;
+    arena mem;
+    if (!fns->from_json(in, &r, mem, o, error)) {
+        return false;
+    }
+    std::vector<uint8_t> bytes(codec->encode(&r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
+    codec->encode(&r, bytes.data(), bytes.size(), nullptr, nullptr, MIVO_FLAGS_NONE);
+    out = std::move(bytes);
+    return true;
+}
+
+int message::decode(std::span<const uint8_t> bytes, bool shared, const json_options &o, std::string &text,
+                    unsigned *filled, unsigned *named) const
+{
+    static constexpr uint8_t none[1] = {0};
+    const mivo_flags flags = shared ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE;
+    mivo_catalogue::record_storage r;
+    const int rc = codec->decode(&r, bytes.empty() ? none : bytes.data(), bytes.size(), heap_alloc, nullptr, flags);
+    if (rc == MIVO_NO_ERROR) {
+        json_out out(text, o.pretty);
+        fns->write(out, &r, o);
+        unsigned f = 0, n = 0;
+        fns->count(&r, &f, &n);
+        if (filled != nullptr) {
+            *filled = f;
+        }
+        if (named != nullptr) {
+            *named = n;
+        }
+    }
+    codec->release(&r, heap_free, nullptr, flags);
+    return rc;
+}
+
+bool message::from_json(const json &in, void *record, arena &mem, const json_options &o, std::string &error) const
+{
+    return fns->from_json(in, record, mem, o, error);
+}
+
+json message::to_json(const void *record, const json_options &o) const
+{
+    std::string text;
+    json_out out(text, false);
+    fns->write(out, record, o);
+    return json::parse(text);
+}
+
+std::string message::describe() const { return fns->describe(); }
+const record_schema &message::schema() const { return fns->schema(); }
 
 std::string result_name(int result)
 {

@@ -24,7 +24,7 @@ std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const 
         if (evidence(a) != evidence(b)) {
             return evidence(a) < evidence(b);
         }
-        return a.msg->member_count < b.msg->member_count; // the snugger fit
+        return a.msg->member_count() < b.msg->member_count(); // the snugger fit
     });
     for (size_t i = 1; i < found.size(); ++i) {
         if (evidence(found[i]) == evidence(found[0])) {

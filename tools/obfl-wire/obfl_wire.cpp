@@ -90,15 +90,15 @@ void decode_one(const settings &s, const message &m, std::span<const uint8_t> by
     if (rc != MIVO_NO_ERROR) {
         text.resize(mark);
         const std::string place = failure_place(bytes, m.schema());
-        throw failure{not_decoded, where + m.name + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
     }
     const auto notes = tolerated(bytes, m.schema());
     for (const auto &note : notes) {
-        say("warning: " + where + m.name + ": " + note);
+        say("warning: " + where + std::string(m.name()) + ": " + note);
     }
     if (s.strict && !notes.empty()) {
         text.resize(mark);
-        throw failure{not_decoded, where + m.name + ": refused with --strict: " + std::to_string(notes.size()) +
+        throw failure{not_decoded, where + std::string(m.name()) + ": refused with --strict: " + std::to_string(notes.size()) +
                                        " warning" + (notes.size() == 1 ? "" : "s")};
     }
     text += '\n';
@@ -178,7 +178,7 @@ std::vector<uint8_t> encode_one(const settings &s, const message &m, std::string
     }
     std::vector<uint8_t> bytes;
     if (!m.encode(in, s.options(), bytes, error)) {
-        throw failure{refused, where + m.name + ": " + error};
+        throw failure{refused, where + std::string(m.name()) + ": " + error};
     }
     return bytes;
 }
@@ -239,7 +239,7 @@ void guess(const settings &s, output &out)
     }
     std::string tied;
     for (const auto &c : found) {
-        tied += c.tie ? std::string(tied.empty() ? "" : ", ") + c.msg->name : "";
+        tied += c.tie ? std::string(tied.empty() ? "" : ", ") + std::string(c.msg->name()) : "";
     }
     if (!tied.empty()) {
         say("warning: the bytes fit these messages equally well: " + tied);
@@ -247,7 +247,8 @@ void guess(const settings &s, output &out)
     if (!s.json) {
         for (const auto &c : found) {
             char line[200];
-            std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped%s\n", c.msg->name,
+            const std::string name(c.msg->name());
+            std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped%s\n", name.c_str(),
                           c.members_filled, c.members_filled == 1 ? "" : "s", c.bytes_skipped, c.tie ? ", tie" : "");
             out.put(line);
         }
@@ -258,7 +259,7 @@ void guess(const settings &s, output &out)
     for (const auto &c : found) {
         j.begin_object();
         j.key("message");
-        j.string(c.msg->name);
+        j.string(c.msg->name());
         j.key("members_filled");
         j.number(c.members_filled);
         j.key("bytes_skipped");
@@ -281,7 +282,7 @@ void list(const settings &s, output &out)
     }
     for (const auto &m : messages()) {
         char line[80];
-        std::snprintf(line, sizeof line, "%-36s %2u members\n", m.name, m.member_count);
+        std::snprintf(line, sizeof line, "%-36s %2u members\n", std::string(m.name()).c_str(), m.member_count());
         out.put(line);
     }
 }

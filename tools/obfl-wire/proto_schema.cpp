@@ -1,11 +1,10 @@
 // The catalogue as a proto2 schema, for protoc and libprotobuf.
 #include "names.hpp"
+#include "nuvex/kinds.hpp"
 #include "record_json.hpp"
 
 namespace obfl_wire {
 namespace {
-
-using nuvex::element;
 
 template <class R>
 void proto_message(std::string &out)
@@ -15,22 +14,18 @@ void proto_message(std::string &out)
     out += " {\n";
     nuvex::for_each_field<R>([&]<class F>() {
         using E = element_t<R, F>;
-        constexpr auto e = F::kind::elem;
+        // The kind's .proto type; none for a nested record, which is its own message.
+        constexpr const nuvex::kind_info *kind = nuvex::find_kind(F::kind_name);
+        static_assert(kind != nullptr, "every kind a field list names is in the vocabulary");
         std::string type;
-        const char *note = nullptr;
-        if constexpr (e == element::eid || e == element::message) {
+        if constexpr (kind->proto_type == nullptr) {
             type = short_name(record_name<E>::value);
-        } else if constexpr (e == element::string) {
-            type = "string";
-        } else if constexpr (e == element::bytes) {
-            type = "bytes";
-        } else if constexpr (e == element::boolean) {
-            type = "bool";
-        } else if constexpr (std::is_enum_v<E>) {
-            type = "uint32";
-            note = enum_info<E>::name;
         } else {
-            type = scalar_name<E>();
+            type = kind->proto_type;
+        }
+        const char *note = nullptr;
+        if constexpr (std::is_enum_v<E>) {
+            note = enum_info<E>::name;
         }
         out += std::string("  ") + (F::kind::repeated ? "repeated " : "optional ") + type + " " + F::label + " = " +
                std::to_string(F::number) + ";";
@@ -70,9 +65,7 @@ std::string proto_schema()
         "package obfl;\n";
     MIVO_OBFL_MGR_ENUMS(OBFL_WIRE_PROTO_ENUM)
     MIVO_TESK_EID_ENUMS(OBFL_WIRE_PROTO_ENUM)
-    proto_message<mivo_tesk_entity_subtype_un>(out);
-    proto_message<mivo_tesk_entity_tsi_st>(out);
-    proto_message<mivo_tesk_eid_st>(out);
+    MIVO_TESK_EID_RECORDS(OBFL_WIRE_PROTO_MESSAGE)
     MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_PROTO_MESSAGE)
     return out;
 }

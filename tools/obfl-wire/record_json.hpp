@@ -30,6 +30,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "catalogue_table.hpp"
 #include "text.hpp"
 
 namespace obfl_wire {
@@ -51,33 +52,40 @@ struct arena {
 
 struct record_schema;
 
-// One message of the catalogue. The record-level entries take a pointer to
-// the message's own record, struct mivo_<name>.
+// The JSON side of one record type, filled in per record by the entry table.
+struct record_functions;
+
+// One message of the catalogue: its codec entry points (the catalogue
+// table's) and the JSON conversions of its record. The record-level calls
+// take a pointer to the message's own record, struct mivo_<name>.
 struct message {
-    const char *name; // without the mivo_ prefix: "log_syslog"
-    unsigned member_count;
+    const mivo_catalogue::entry *codec;
+    const record_functions *fns;
+
+    std::string_view name() const { return codec->name; } // without the mivo_ prefix: "log_syslog"
+    unsigned member_count() const { return codec->member_count; }
 
     // JSON -> wire bytes, measured first and then written. On a refused
     // value returns false with "member: problem" in error (a nested member
     // as "tgt_eid.tsi[0].type") and leaves out untouched.
-    bool (*encode)(const json &in, const json_options &options, std::vector<uint8_t> &out, std::string &error);
+    bool encode(const json &in, const json_options &options, std::vector<uint8_t> &out, std::string &error) const;
     // Wire bytes -> JSON appended to out, written as the record is walked.
     // Returns the decoder's result code (MIVO_NO_ERROR = 0); only on success
     // are out and, when not null, *members_filled and *named_values (the
     // enumeration members holding one of their constants) set. shared
     // decodes with MIVO_FLAG_SHARED.
-    int (*decode)(std::span<const uint8_t> bytes, bool shared, const json_options &options, std::string &out,
-                  unsigned *members_filled, unsigned *named_values);
+    int decode(std::span<const uint8_t> bytes, bool shared, const json_options &options, std::string &out,
+               unsigned *members_filled, unsigned *named_values) const;
 
     // Record <-> JSON. record points at a struct mivo_<name>: from_json
     // initialises it first, then fills it with memory from mem.
-    bool (*from_json)(const json &in, void *record, arena &mem, const json_options &options, std::string &error);
-    json (*to_json)(const void *record, const json_options &options);
+    bool from_json(const json &in, void *record, arena &mem, const json_options &options, std::string &error) const;
+    json to_json(const void *record, const json_options &options) const;
 
     // One line per member: field number, member, kind, key bytes.
-    std::string (*describe)();
+    std::string describe() const;
     // Its members as a table, for walking its bytes field by field.
-    const record_schema &(*schema)();
+    const record_schema &schema() const;
 };
 
 // All 37 messages in catalogue order.
