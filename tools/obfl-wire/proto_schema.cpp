@@ -14,14 +14,11 @@ void proto_message(std::string &out)
     out += " {\n";
     nuvex::for_each_field<R>([&]<class F>() {
         using E = element_t<R, F>;
-        // The kind's .proto type; none for a nested record, which is its own message.
-        constexpr const nuvex::kind_info *kind = nuvex::find_kind(F::kind_name);
-        static_assert(kind != nullptr, "every kind a field list names is in the vocabulary");
         std::string type;
-        if constexpr (kind->proto_type == nullptr) {
-            type = short_name(record_name<E>::value);
+        if constexpr (F::kind::elem == nuvex::element::eid || F::kind::elem == nuvex::element::message) {
+            type = short_name(record_name<E>::value); // a nested record is a message of its own
         } else {
-            type = kind->proto_type;
+            type = nuvex::find_kind(F::kind_name)->proto_type;
         }
         const char *note = nullptr;
         if constexpr (std::is_enum_v<E>) {
