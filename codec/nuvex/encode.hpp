@@ -796,10 +796,21 @@ template <class R>
     uint32_t all = 0;
     // With room for the record at two bytes a member the write goes first;
     // if a number turns out to need more, the general pass writes over it.
-    if (dest_size >= small::bound(source)) {
+    const size_t bound = small::bound(source);
+    if (dest_size >= bound) {
         const uint8_t *end = small::put(source, dest, all);
         if (all < 128) {
             return static_cast<size_t>(end - dest);
+        }
+    } else if (bound <= 256) {
+        // Less room than that, typically the exact measured length: the
+        // pairs go to the stack and are copied out once they are known to
+        // fit, so the record is still walked only once.
+        uint8_t scratch[256];
+        const size_t size = static_cast<size_t>(small::put(source, scratch, all) - scratch);
+        if (all < 128 && size <= dest_size) {
+            copy_bytes(dest, scratch, size);
+            return size;
         }
     } else {
         const size_t size = small::size(source, all);
