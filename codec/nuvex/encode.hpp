@@ -459,16 +459,19 @@ public:
     template <class F, class V>
     void short_number(V value)
     {
-        short_value(unsigned{F::key}, value);
+        offset_ = short_value(unsigned{F::key}, value, offset_, dest_, dest_size_);
     }
 
     // The cold tail: a key (its varint is two bytes above 127, as put_key
     // writes it) and a value byte by byte into a buffer that is too short.
+    // The cold tails take the state they need, not the encoder: an encoder
+    // whose address is never taken keeps its offset in a register.
     template <class V>
-    [[gnu::noinline, gnu::cold]] void short_value(unsigned key, V value)
+    [[gnu::noinline, gnu::cold]] static size_t short_value(unsigned key, V value, size_t offset, uint8_t *dest,
+                                                           size_t dest_size)
     {
-        offset_ = varint::put_bounded(key, offset_, dest_, dest_size_);
-        offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
+        offset = varint::put_bounded(key, offset, dest, dest_size);
+        return varint::put_bounded(value, offset, dest, dest_size);
     }
 
     // Key, length and contents of a string or copied byte string, stored
@@ -495,13 +498,16 @@ public:
     template <class F>
     void short_delimited(const void *data, size_t len)
     {
-        short_block(unsigned{F::key}, data, len);
+        offset_ = short_block(unsigned{F::key}, data, len, offset_, dest_, dest_size_);
     }
 
-    [[gnu::noinline, gnu::cold]] void short_block(unsigned key, const void *data, size_t len)
+    [[gnu::noinline, gnu::cold]] static size_t short_block(unsigned key, const void *data, size_t len, size_t offset,
+                                                           uint8_t *dest, size_t dest_size)
     {
-        short_value(key, static_cast<uint32_t>(len));
-        block(data, len);
+        encoder e(dest, dest_size, nullptr, nullptr, MIVO_FLAGS_NONE);
+        e.offset_ = short_value(key, static_cast<uint32_t>(len), offset, dest, dest_size);
+        e.block(data, len);
+        return e.offset_;
     }
 
     // A block is copied whole or not at all, so a short buffer never holds
@@ -749,6 +755,18 @@ private:
     mivo_flags flags_;
 };
 
+// The pass that checks the room member by member, out of line so that the
+// measuring and roomy passes keep a short prologue.
+template <class R>
+[[gnu::noinline]] size_t encode_checked(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags,
+                                        unsigned *frags_count_p, mivo_flags flags)
+{
+    encoder<false> e(dest, dest_size, frags, frags_count_p, flags);
+    e.fields(source);
+    e.finish(frags_count_p);
+    return e.offset();
+}
+
 // The general pass, for every record and every call.
 template <class R>
 size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p,
@@ -775,10 +793,7 @@ size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_byte
             return e.offset();
         }
     }
-    encoder<false> e(dest, dest_size, frags, frags_count_p, flags);
-    e.fields(source);
-    e.finish(frags_count_p);
-    return e.offset();
+    return encode_checked(source, dest, dest_size, frags, frags_count_p, flags);
 }
 
 template <class R>
