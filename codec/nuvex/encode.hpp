@@ -677,14 +677,15 @@ public:
     }
 
     template <class F, class R>
-    void member(const R &r)
+    void member(const R &r, uint64_t have)
     {
         using K = typename F::kind;
         const auto &value = F::value(r);
+        const bool present = (have >> (F::number - 1) & 1) != 0;
         if constexpr (K::elem == element::eid) {
-            eid<F>(value, F::present(r));
+            eid<F>(value, present);
         } else if constexpr (K::repeated) {
-            if (!F::present(r)) {
+            if (!present) {
                 return;
             }
             // Arrays of numbers are trusted to match their count; arrays of
@@ -701,7 +702,7 @@ public:
                 numbers<F>(value, F::count(r));
             }
         } else {
-            if (!F::present(r)) {
+            if (!present) {
                 return;
             }
             if constexpr (K::elem == element::string) {
@@ -722,10 +723,14 @@ public:
         return offset_;
     }
 
+    // The flags are read once as a word: every byte stored could alias the
+    // record, so flags read member by member would be read again after
+    // each store.
     template <class R>
     void fields(const R &r)
     {
-        for_each_field<R>([&]<class F>() { member<F>(r); });
+        const uint64_t have = presence(r);
+        for_each_field<R>([&]<class F>() { member<F>(r, have); });
     }
 
 private:
