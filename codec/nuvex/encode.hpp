@@ -10,6 +10,7 @@
 // member that meets the end of a short buffer goes byte by byte.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -242,14 +243,120 @@ template <class R>
 // The two passes over a small record, written as folds over its fields so
 // that the whole identifier inlines into its entry point.
 struct small {
-    // The size of a small record; all gathers its numbers, so that the
-    // caller can tell whether each was below 128. Narrow records gather
-    // every number, present or not (a flagless member holding a large value
-    // only sends the record down the general path); walked ones only the
-    // present.
+    // The byte offsets of a record's 32-bit numbers, those of its nested
+    // records (not repeated) included, in member order.
     template <class R>
+    static constexpr size_t word_count()
+    {
+        return []<class... F>(field_list<F...>) { return (size_t{0} + ... + words_of<R, F>()); }(
+            typename description<R>::fields{});
+    }
+
+    template <class R, class F>
+    static constexpr size_t words_of()
+    {
+        if constexpr (F::kind::repeated) {
+            return 0;
+        } else if constexpr (is_number<F>) {
+            return sizeof(F::value(std::declval<R &>())) == 4 ? 1 : 0;
+        } else {
+            return word_count<nested_t<R, F>>();
+        }
+    }
+
+    template <class R>
+    static constexpr auto word_offsets()
+    {
+        std::array<size_t, word_count<R>()> out{};
+        size_t n = 0;
+        [&]<class... F>(field_list<F...>) {
+            (
+                [&] {
+                    if constexpr (F::kind::repeated) {
+                    } else if constexpr (is_number<F>) {
+                        if constexpr (sizeof(F::value(std::declval<R &>())) == 4) {
+                            out[n++] = F::template offset<R>();
+                        }
+                    } else {
+                        for (size_t o : word_offsets<nested_t<R, F>>()) {
+                            out[n++] = F::template offset<R>() + o;
+                        }
+                    }
+                }(),
+                ...);
+        }(typename description<R>::fields{});
+        return out;
+    }
+
+    // The loads that cover them: a neighbour pair as one 8-byte load.
+    struct load {
+        size_t at;
+        bool wide;
+    };
+
+    template <class R>
+    static constexpr size_t load_count()
+    {
+        constexpr auto w = word_offsets<R>();
+        size_t n = 0;
+        for (size_t i = 0; i < w.size(); ++n) {
+            i += (i + 1 < w.size() && w[i + 1] == w[i] + 4) ? 2 : 1;
+        }
+        return n;
+    }
+
+    template <class R>
+    static constexpr auto loads()
+    {
+        constexpr auto w = word_offsets<R>();
+        std::array<load, load_count<R>()> out{};
+        size_t n = 0;
+        for (size_t i = 0; i < w.size(); ++n) {
+            const bool wide = i + 1 < w.size() && w[i + 1] == w[i] + 4;
+            out[n] = load{w[i], wide};
+            i += wide ? 2 : 1;
+        }
+        return out;
+    }
+
+    // All of a record's 32-bit numbers ORed together, two neighbours at a
+    // time as one 64-bit word whose halves are folded at the end.
+    template <class R>
+    [[gnu::always_inline]] static uint32_t gather(const R &r)
+    {
+        static constexpr auto plan = loads<R>();
+        const auto *base = reinterpret_cast<const unsigned char *>(&r);
+        const uint64_t words = [&]<size_t... I>(std::index_sequence<I...>) {
+            return (uint64_t{0} | ... | word_at<plan[I].wide>(base + plan[I].at));
+        }(std::make_index_sequence<plan.size()>{});
+        return static_cast<uint32_t>(words | words >> 32);
+    }
+
+    template <bool Wide>
+    [[gnu::always_inline]] static uint64_t word_at(const unsigned char *p)
+    {
+        if constexpr (Wide) {
+            uint64_t v;
+            std::memcpy(&v, p, 8);
+            return v;
+        } else {
+            uint32_t v;
+            std::memcpy(&v, p, 4);
+            return v;
+        }
+    }
+
+    // The size of a small record; all gathers its numbers, so that the
+    // caller can tell whether each was below 128. Every 32-bit number is
+    // gathered, present or not (a flagless member holding a large value only
+    // sends the record down the general path), by the outermost record that
+    // is not an array element.
+    template <class R, bool Gather = true>
     [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
     {
+        if constexpr (Gather) {
+            all |= gather(r);
+        }
         const uint64_t have = presence(r);
         return 2 * bit_count<last_number<R>()>(have & number_mask<R>()) +
                sizes(r, have, all, typename description<R>::fields{});
@@ -265,10 +372,12 @@ struct small {
     [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint32_t &all)
     {
         if constexpr (is_number<F>) {
-            all |= number_of<F>(r);
+            if constexpr (sizeof(F::value(r)) != 4) {
+                all |= number_of<F>(r);
+            }
             return 0;
         } else if constexpr (!F::kind::repeated) {
-            return (have >> (F::number - 1) & 1) ? 2 + size(F::value(r), all) : 0;
+            return (have >> (F::number - 1) & 1) ? 2 + size<nested_t<R, F>, false>(F::value(r), all) : 0;
         } else {
             const auto *array = F::value(r);
             if ((have >> (F::number - 1) & 1) == 0 || array == nullptr) {
