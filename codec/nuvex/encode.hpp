@@ -892,7 +892,18 @@ size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_byte
         return e.offset();
     }
     if constexpr (largest_encoding<R>() != SIZE_MAX) {
+        bool roomy = false;
         if (dest_size >= largest_encoding<R>() && frags_count_p == nullptr) {
+            roomy = true;
+        } else if (frags_count_p == nullptr) {
+            // Less room than the largest encoding, typically the measured
+            // length: a record of numbers costs a few additions to measure
+            // again, and when it fits nothing needs checking while writing.
+            encoder<true> m(nullptr, 0, nullptr, nullptr, flags);
+            m.fields(source);
+            roomy = m.offset() <= dest_size;
+        }
+        if (roomy) {
             encoder<false, true> e(dest, dest_size, nullptr, nullptr, flags);
             e.fields(source);
             return e.offset();
