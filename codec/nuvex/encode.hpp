@@ -358,14 +358,55 @@ struct small {
             all |= gather(r);
         }
         const uint64_t have = presence(r);
-        return 2 * bit_count<last_number<R>()>(have & number_mask<R>()) +
-               sizes(r, have, all, typename description<R>::fields{});
+        return sizes(r, have, all, typename description<R>::fields{});
+    }
+
+    // A nested record of numbers alone (the sub-type) is counted with its
+    // parent: its flags, when it is present, join the parent's above the
+    // parent's own, so one count of bits covers both.
+    template <class R, class F>
+    static constexpr bool joined()
+    {
+        if constexpr (is_number<F> || F::kind::repeated) {
+            return false;
+        } else {
+            using N = nested_t<R, F>;
+            return number_mask<N>() == (uint64_t{1} << description<N>::fields::size) - 1;
+        }
     }
 
     template <class R, class... F>
-    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...>)
+    static constexpr unsigned joined_bits(field_list<F...>)
     {
-        return (size_t{0} + ... + size_of<F>(r, have, all));
+        return (description<R>::fields::size + ... +
+                [] {
+                    if constexpr (joined<R, F>()) {
+                        return description<nested_t<R, F>>::fields::size;
+                    } else {
+                        return 0u;
+                    }
+                }());
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...> list)
+    {
+        static_assert(joined_bits<R>(list) <= 64);
+        uint64_t word = have & ((number_mask<R>() | ... | (joined<R, F>() ? uint64_t{1} << (F::number - 1) : 0)));
+        unsigned shift = description<R>::fields::size;
+        size_t rest = 0;
+        (
+            [&] {
+                if constexpr (joined<R, F>()) {
+                    const uint64_t inner = presence(F::value(r));
+                    word |= ((have >> (F::number - 1) & 1) ? inner : 0) << shift;
+                    shift += description<nested_t<R, F>>::fields::size;
+                } else {
+                    rest += size_of<F>(r, have, all);
+                }
+            }(),
+            ...);
+        return 2 * bit_count<joined_bits<R>(list)>(word) + rest;
     }
 
     template <class F, class R>
