@@ -320,16 +320,20 @@ struct small {
     }
 
     // All of a record's 32-bit numbers ORed together, two neighbours at a
-    // time as one 64-bit word whose halves are folded at the end.
+    // time as one 64-bit word; below_128 looks at both halves.
     template <class R>
-    [[gnu::always_inline]] static uint32_t gather(const R &r)
+    [[gnu::always_inline]] static uint64_t gather(const R &r)
     {
         static constexpr auto plan = loads<R>();
         const auto *base = reinterpret_cast<const unsigned char *>(&r);
-        const uint64_t words = [&]<size_t... I>(std::index_sequence<I...>) {
+        return [&]<size_t... I>(std::index_sequence<I...>) {
             return (uint64_t{0} | ... | word_at<plan[I].wide>(base + plan[I].at));
         }(std::make_index_sequence<plan.size()>{});
-        return static_cast<uint32_t>(words | words >> 32);
+    }
+
+    [[gnu::always_inline]] static bool below_128(uint64_t words)
+    {
+        return (words & ~uint64_t{0x0000007F0000007F}) == 0;
     }
 
     template <bool Wide>
@@ -352,7 +356,7 @@ struct small {
     // sends the record down the general path), by the outermost record that
     // is not an array element.
     template <class R, bool Gather = true>
-    [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
+    [[gnu::always_inline]] static size_t size(const R &r, uint64_t &all)
     {
         if constexpr (Gather) {
             all |= gather(r);
@@ -389,7 +393,7 @@ struct small {
     }
 
     template <class R, class... F>
-    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...> list)
+    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint64_t &all, field_list<F...> list)
     {
         static_assert(joined_bits<R>(list) <= 64);
         uint64_t word = have & ((number_mask<R>() | ... | (joined<R, F>() ? uint64_t{1} << (F::number - 1) : 0)));
@@ -410,7 +414,7 @@ struct small {
     }
 
     template <class F, class R>
-    [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint32_t &all)
+    [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint64_t &all)
     {
         if constexpr (is_number<F>) {
             if constexpr (sizeof(F::value(r)) != 4) {
@@ -994,8 +998,9 @@ template <class R>
             return size;
         }
     } else {
-        const size_t size = small::size(source, all);
-        if (all < 128 && size <= dest_size) {
+        uint64_t words = 0;
+        const size_t size = small::size(source, words);
+        if (small::below_128(words) && size <= dest_size) {
             small::put(source, dest, all);
             return size;
         }
@@ -1014,9 +1019,9 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
         // are checked as they pass; else the size is known before writing.
         if (frags_count_p == nullptr) {
             if (dest_size == 0) {
-                uint32_t all = 0;
-                const size_t size = small::size(source, all);
-                if (all < 128) {
+                uint64_t words = 0;
+                const size_t size = small::size(source, words);
+                if (small::below_128(words)) {
                     return size;
                 }
             } else {
