@@ -706,15 +706,9 @@ public:
     {
         const size_t len = mivo_tesk_eid_st_encode_ext(&id, nullptr, 0, nullptr, nullptr, flags_);
         if (len != 0 || present) {
-            if constexpr (Counting) {
-                offset_ += key_size<F> + varint::size(static_cast<uint32_t>(len));
-            } else if (key_size<F> + varint::size(static_cast<uint32_t>(len)) <= room()) {
-                uint8_t *p = put_key<F>(dest_ + offset_);
-                p = varint::put(p, static_cast<uint32_t>(len));
-                offset_ = static_cast<size_t>(p - dest_);
-            } else {
-                short_number<F>(static_cast<uint32_t>(len));
-            }
+            // Key and length as a number: the room for their widest form is
+            // checked first, which spares sizing the length.
+            number<F, false>(static_cast<uint32_t>(len));
         }
         if constexpr (!Counting) {
             uint8_t *sub_dest = offset_ < dest_size_ ? dest_ + offset_ : nullptr;
