@@ -233,6 +233,23 @@ template <class R>
     return v;
 }
 
+// How many members from the first are 32-bit numbers stored one after
+// another from the record's start (the identifier's five). When all of them
+// are present they are read and written two at a time.
+template <class R>
+constexpr unsigned leading_words()
+{
+    return []<class... F>(field_list<F...>) {
+        unsigned n = 0;
+        bool run = true;
+        ((run = run && is_number<F> && !F::kind::repeated && sizeof(F::value(std::declval<R &>())) == 4 &&
+                F::template offset<R>() == 4 * n,
+          n += run ? 1 : 0),
+         ...);
+        return n;
+    }(typename description<R>::fields{});
+}
+
 [[gnu::always_inline]] inline uint8_t *put_pair(uint8_t *p, uint8_t first, uint32_t second)
 {
     const uint16_t pair = static_cast<uint16_t>(first | second << 8);
@@ -491,16 +508,50 @@ struct small {
                 p = put_pair(p, member_table<R>.key[i], v);
             }
         } else {
-            p = put_fields(r, have, p, all, typename description<R>::fields{});
+            constexpr unsigned run = leading_words<R>();
+            constexpr uint64_t run_mask = (uint64_t{1} << run) - 1;
+            if (run >= 2 && (have & run_mask) == run_mask) {
+                p = put_run<R, run>(r, p, all);
+            } else {
+                p = put_fields<0, run>(r, have, p, all, typename description<R>::fields{});
+            }
+            p = put_fields<run, 64>(r, have, p, all, typename description<R>::fields{});
         }
         return p;
     }
 
-    template <class R, class... F>
+    // Two members a step: one 64-bit load gives both numbers, and a number
+    // below 128 is its own low byte, so key, value, key, value are one
+    // 32-bit store. A larger number leaves stray bytes, but also a bit
+    // above the seventh in all, and the record is then written again.
+    template <class R, unsigned N>
+    [[gnu::always_inline]] static uint8_t *put_run(const R &r, uint8_t *p, uint32_t &all)
+    {
+        const auto *base = reinterpret_cast<const unsigned char *>(&r);
+        for (unsigned i = 0; i + 1 < N; i += 2) {
+            uint64_t two;
+            std::memcpy(&two, base + 4 * i, 8);
+            all |= static_cast<uint32_t>(two | two >> 32);
+            const uint32_t four = static_cast<uint32_t>(member_table<R>.key[i] | (two << 8 & 0xFF00u) |
+                                                        uint32_t{member_table<R>.key[i + 1]} << 16 |
+                                                        (two >> 8 & 0xFF000000u));
+            std::memcpy(p, &four, 4);
+            p += 4;
+        }
+        if constexpr (N % 2 != 0) {
+            uint32_t v;
+            std::memcpy(&v, base + 4 * (N - 1), 4);
+            all |= v;
+            p = put_pair(p, member_table<R>.key[N - 1], v);
+        }
+        return p;
+    }
+
+    template <unsigned From, unsigned To, class R, class... F>
     [[gnu::always_inline]] static uint8_t *put_fields(const R &r, uint64_t have, uint8_t *p, uint32_t &all,
                                                        field_list<F...>)
     {
-        ((p = put_one<F>(r, have, p, all)), ...);
+        ((p = F::number > From && F::number <= To ? put_one<F>(r, have, p, all) : p), ...);
         return p;
     }
 
