@@ -1069,6 +1069,9 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
                 if (small::below_128(words)) {
                     return size;
                 }
+                // Only measuring: the buffer's address is not needed, and
+                // not keeping it spares a register across the count.
+                return encode_general(source, nullptr, 0, nullptr, nullptr, flags);
             } else {
                 return small_write(source, dest, dest_size, flags);
             }
