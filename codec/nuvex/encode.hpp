@@ -10,6 +10,7 @@
 // member that meets the end of a short buffer goes byte by byte.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -232,6 +233,23 @@ template <class R>
     return v;
 }
 
+// How many members from the first are 32-bit numbers stored one after
+// another from the record's start (the identifier's five). When all of them
+// are present they are read and written two at a time.
+template <class R>
+constexpr unsigned leading_words()
+{
+    return []<class... F>(field_list<F...>) {
+        unsigned n = 0;
+        bool run = true;
+        ((run = run && is_number<F> && !F::kind::repeated && sizeof(F::value(std::declval<R &>())) == 4 &&
+                F::template offset<R>() == 4 * n,
+          n += run ? 1 : 0),
+         ...);
+        return n;
+    }(typename description<R>::fields{});
+}
+
 [[gnu::always_inline]] inline uint8_t *put_pair(uint8_t *p, uint8_t first, uint32_t second)
 {
     const uint16_t pair = static_cast<uint16_t>(first | second << 8);
@@ -242,33 +260,186 @@ template <class R>
 // The two passes over a small record, written as folds over its fields so
 // that the whole identifier inlines into its entry point.
 struct small {
-    // The size of a small record; all gathers its numbers, so that the
-    // caller can tell whether each was below 128. Narrow records gather
-    // every number, present or not (a flagless member holding a large value
-    // only sends the record down the general path); walked ones only the
-    // present.
+    // The byte offsets of a record's 32-bit numbers, those of its nested
+    // records (not repeated) included, in member order.
     template <class R>
-    [[gnu::always_inline]] static size_t size(const R &r, uint32_t &all)
+    static constexpr size_t word_count()
     {
+        return []<class... F>(field_list<F...>) { return (size_t{0} + ... + words_of<R, F>()); }(
+            typename description<R>::fields{});
+    }
+
+    template <class R, class F>
+    static constexpr size_t words_of()
+    {
+        if constexpr (F::kind::repeated) {
+            return 0;
+        } else if constexpr (is_number<F>) {
+            return sizeof(F::value(std::declval<R &>())) == 4 ? 1 : 0;
+        } else {
+            return word_count<nested_t<R, F>>();
+        }
+    }
+
+    template <class R>
+    static constexpr auto word_offsets()
+    {
+        std::array<size_t, word_count<R>()> out{};
+        size_t n = 0;
+        [&]<class... F>(field_list<F...>) {
+            (
+                [&] {
+                    if constexpr (F::kind::repeated) {
+                    } else if constexpr (is_number<F>) {
+                        if constexpr (sizeof(F::value(std::declval<R &>())) == 4) {
+                            out[n++] = F::template offset<R>();
+                        }
+                    } else {
+                        for (size_t o : word_offsets<nested_t<R, F>>()) {
+                            out[n++] = F::template offset<R>() + o;
+                        }
+                    }
+                }(),
+                ...);
+        }(typename description<R>::fields{});
+        return out;
+    }
+
+    // The loads that cover them: a neighbour pair as one 8-byte load.
+    struct load {
+        size_t at;
+        bool wide;
+    };
+
+    template <class R>
+    static constexpr size_t load_count()
+    {
+        constexpr auto w = word_offsets<R>();
+        size_t n = 0;
+        for (size_t i = 0; i < w.size(); ++n) {
+            i += (i + 1 < w.size() && w[i + 1] == w[i] + 4) ? 2 : 1;
+        }
+        return n;
+    }
+
+    template <class R>
+    static constexpr auto loads()
+    {
+        constexpr auto w = word_offsets<R>();
+        std::array<load, load_count<R>()> out{};
+        size_t n = 0;
+        for (size_t i = 0; i < w.size(); ++n) {
+            const bool wide = i + 1 < w.size() && w[i + 1] == w[i] + 4;
+            out[n] = load{w[i], wide};
+            i += wide ? 2 : 1;
+        }
+        return out;
+    }
+
+    // All of a record's 32-bit numbers ORed together, two neighbours at a
+    // time as one 64-bit word; below_128 looks at both halves.
+    template <class R>
+    [[gnu::always_inline]] static uint64_t gather(const R &r)
+    {
+        static constexpr auto plan = loads<R>();
+        const auto *base = reinterpret_cast<const unsigned char *>(&r);
+        return [&]<size_t... I>(std::index_sequence<I...>) {
+            return (uint64_t{0} | ... | word_at<plan[I].wide>(base + plan[I].at));
+        }(std::make_index_sequence<plan.size()>{});
+    }
+
+    [[gnu::always_inline]] static bool below_128(uint64_t words)
+    {
+        return (words & ~uint64_t{0x0000007F0000007F}) == 0;
+    }
+
+    template <bool Wide>
+    [[gnu::always_inline]] static uint64_t word_at(const unsigned char *p)
+    {
+        if constexpr (Wide) {
+            uint64_t v;
+            std::memcpy(&v, p, 8);
+            return v;
+        } else {
+            uint32_t v;
+            std::memcpy(&v, p, 4);
+            return v;
+        }
+    }
+
+    // The size of a small record; all gathers its numbers, so that the
+    // caller can tell whether each was below 128. Every 32-bit number is
+    // gathered, present or not (a flagless member holding a large value only
+    // sends the record down the general path), by the outermost record that
+    // is not an array element.
+    template <class R, bool Gather = true>
+    [[gnu::always_inline]] static size_t size(const R &r, uint64_t &all)
+    {
+        if constexpr (Gather) {
+            all |= gather(r);
+        }
         const uint64_t have = presence(r);
-        return 2 * bit_count<last_number<R>()>(have & number_mask<R>()) +
-               sizes(r, have, all, typename description<R>::fields{});
+        return sizes(r, have, all, typename description<R>::fields{});
+    }
+
+    // A nested record of numbers alone (the sub-type) is counted with its
+    // parent: its flags, when it is present, join the parent's above the
+    // parent's own, so one count of bits covers both.
+    template <class R, class F>
+    static constexpr bool joined()
+    {
+        if constexpr (is_number<F> || F::kind::repeated) {
+            return false;
+        } else {
+            using N = nested_t<R, F>;
+            return number_mask<N>() == (uint64_t{1} << description<N>::fields::size) - 1;
+        }
     }
 
     template <class R, class... F>
-    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint32_t &all, field_list<F...>)
+    static constexpr unsigned joined_bits(field_list<F...>)
     {
-        return (size_t{0} + ... + size_of<F>(r, have, all));
+        return (description<R>::fields::size + ... +
+                [] {
+                    if constexpr (joined<R, F>()) {
+                        return description<nested_t<R, F>>::fields::size;
+                    } else {
+                        return 0u;
+                    }
+                }());
+    }
+
+    template <class R, class... F>
+    [[gnu::always_inline]] static size_t sizes(const R &r, uint64_t have, uint64_t &all, field_list<F...> list)
+    {
+        static_assert(joined_bits<R>(list) <= 64);
+        uint64_t word = have & ((number_mask<R>() | ... | (joined<R, F>() ? uint64_t{1} << (F::number - 1) : 0)));
+        unsigned shift = description<R>::fields::size;
+        size_t rest = 0;
+        (
+            [&] {
+                if constexpr (joined<R, F>()) {
+                    const uint64_t inner = presence(F::value(r));
+                    word |= ((have >> (F::number - 1) & 1) ? inner : 0) << shift;
+                    shift += description<nested_t<R, F>>::fields::size;
+                } else {
+                    rest += size_of<F>(r, have, all);
+                }
+            }(),
+            ...);
+        return 2 * bit_count<joined_bits<R>(list)>(word) + rest;
     }
 
     template <class F, class R>
-    [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint32_t &all)
+    [[gnu::always_inline]] static size_t size_of(const R &r, uint64_t have, uint64_t &all)
     {
         if constexpr (is_number<F>) {
-            all |= number_of<F>(r);
+            if constexpr (sizeof(F::value(r)) != 4) {
+                all |= number_of<F>(r);
+            }
             return 0;
         } else if constexpr (!F::kind::repeated) {
-            return (have >> (F::number - 1) & 1) ? 2 + size(F::value(r), all) : 0;
+            return (have >> (F::number - 1) & 1) ? 2 + size<nested_t<R, F>, false>(F::value(r), all) : 0;
         } else {
             const auto *array = F::value(r);
             if ((have >> (F::number - 1) & 1) == 0 || array == nullptr) {
@@ -337,16 +508,50 @@ struct small {
                 p = put_pair(p, member_table<R>.key[i], v);
             }
         } else {
-            p = put_fields(r, have, p, all, typename description<R>::fields{});
+            constexpr unsigned run = leading_words<R>();
+            constexpr uint64_t run_mask = (uint64_t{1} << run) - 1;
+            if (run >= 2 && (have & run_mask) == run_mask) {
+                p = put_run<R, run>(r, p, all);
+            } else {
+                p = put_fields<0, run>(r, have, p, all, typename description<R>::fields{});
+            }
+            p = put_fields<run, 64>(r, have, p, all, typename description<R>::fields{});
         }
         return p;
     }
 
-    template <class R, class... F>
+    // Two members a step: one 64-bit load gives both numbers, and a number
+    // below 128 is its own low byte, so key, value, key, value are one
+    // 32-bit store. A larger number leaves stray bytes, but also a bit
+    // above the seventh in all, and the record is then written again.
+    template <class R, unsigned N>
+    [[gnu::always_inline]] static uint8_t *put_run(const R &r, uint8_t *p, uint32_t &all)
+    {
+        const auto *base = reinterpret_cast<const unsigned char *>(&r);
+        for (unsigned i = 0; i + 1 < N; i += 2) {
+            uint64_t two;
+            std::memcpy(&two, base + 4 * i, 8);
+            all |= static_cast<uint32_t>(two | two >> 32);
+            const uint32_t four = static_cast<uint32_t>(member_table<R>.key[i] | (two << 8 & 0xFF00u) |
+                                                        uint32_t{member_table<R>.key[i + 1]} << 16 |
+                                                        (two >> 8 & 0xFF000000u));
+            std::memcpy(p, &four, 4);
+            p += 4;
+        }
+        if constexpr (N % 2 != 0) {
+            uint32_t v;
+            std::memcpy(&v, base + 4 * (N - 1), 4);
+            all |= v;
+            p = put_pair(p, member_table<R>.key[N - 1], v);
+        }
+        return p;
+    }
+
+    template <unsigned From, unsigned To, class R, class... F>
     [[gnu::always_inline]] static uint8_t *put_fields(const R &r, uint64_t have, uint8_t *p, uint32_t &all,
                                                        field_list<F...>)
     {
-        ((p = put_one<F>(r, have, p, all)), ...);
+        ((p = F::number > From && F::number <= To ? put_one<F>(r, have, p, all) : p), ...);
         return p;
     }
 
@@ -459,16 +664,19 @@ public:
     template <class F, class V>
     void short_number(V value)
     {
-        short_value(unsigned{F::key}, value);
+        offset_ = short_value(unsigned{F::key}, value, offset_, dest_, dest_size_);
     }
 
     // The cold tail: a key (its varint is two bytes above 127, as put_key
     // writes it) and a value byte by byte into a buffer that is too short.
+    // The cold tails take the state they need, not the encoder: an encoder
+    // whose address is never taken keeps its offset in a register.
     template <class V>
-    [[gnu::noinline, gnu::cold]] void short_value(unsigned key, V value)
+    [[gnu::noinline, gnu::cold]] static size_t short_value(unsigned key, V value, size_t offset, uint8_t *dest,
+                                                           size_t dest_size)
     {
-        offset_ = varint::put_bounded(key, offset_, dest_, dest_size_);
-        offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
+        offset = varint::put_bounded(key, offset, dest, dest_size);
+        return varint::put_bounded(value, offset, dest, dest_size);
     }
 
     // Key, length and contents of a string or copied byte string, stored
@@ -495,13 +703,16 @@ public:
     template <class F>
     void short_delimited(const void *data, size_t len)
     {
-        short_block(unsigned{F::key}, data, len);
+        offset_ = short_block(unsigned{F::key}, data, len, offset_, dest_, dest_size_);
     }
 
-    [[gnu::noinline, gnu::cold]] void short_block(unsigned key, const void *data, size_t len)
+    [[gnu::noinline, gnu::cold]] static size_t short_block(unsigned key, const void *data, size_t len, size_t offset,
+                                                           uint8_t *dest, size_t dest_size)
     {
-        short_value(key, static_cast<uint32_t>(len));
-        block(data, len);
+        encoder e(dest, dest_size, nullptr, nullptr, MIVO_FLAGS_NONE);
+        e.offset_ = short_value(key, static_cast<uint32_t>(len), offset, dest, dest_size);
+        e.block(data, len);
+        return e.offset_;
     }
 
     // A block is copied whole or not at all, so a short buffer never holds
@@ -546,15 +757,9 @@ public:
     {
         const size_t len = mivo_tesk_eid_st_encode_ext(&id, nullptr, 0, nullptr, nullptr, flags_);
         if (len != 0 || present) {
-            if constexpr (Counting) {
-                offset_ += key_size<F> + varint::size(static_cast<uint32_t>(len));
-            } else if (key_size<F> + varint::size(static_cast<uint32_t>(len)) <= room()) {
-                uint8_t *p = put_key<F>(dest_ + offset_);
-                p = varint::put(p, static_cast<uint32_t>(len));
-                offset_ = static_cast<size_t>(p - dest_);
-            } else {
-                short_number<F>(static_cast<uint32_t>(len));
-            }
+            // Key and length as a number: the room for their widest form is
+            // checked first, which spares sizing the length.
+            number<F, false>(static_cast<uint32_t>(len));
         }
         if constexpr (!Counting) {
             uint8_t *sub_dest = offset_ < dest_size_ ? dest_ + offset_ : nullptr;
@@ -671,14 +876,15 @@ public:
     }
 
     template <class F, class R>
-    void member(const R &r)
+    void member(const R &r, uint64_t have)
     {
         using K = typename F::kind;
         const auto &value = F::value(r);
+        const bool present = (have >> (F::number - 1) & 1) != 0;
         if constexpr (K::elem == element::eid) {
-            eid<F>(value, F::present(r));
+            eid<F>(value, present);
         } else if constexpr (K::repeated) {
-            if (!F::present(r)) {
+            if (!present) {
                 return;
             }
             // Arrays of numbers are trusted to match their count; arrays of
@@ -695,7 +901,7 @@ public:
                 numbers<F>(value, F::count(r));
             }
         } else {
-            if (!F::present(r)) {
+            if (!present) {
                 return;
             }
             if constexpr (K::elem == element::string) {
@@ -716,10 +922,14 @@ public:
         return offset_;
     }
 
+    // The flags are read once as a word: every byte stored could alias the
+    // record, so flags read member by member would be read again after
+    // each store.
     template <class R>
     void fields(const R &r)
     {
-        for_each_field<R>([&]<class F>() { member<F>(r); });
+        const uint64_t have = presence(r);
+        for_each_field<R>([&]<class F>() { member<F>(r, have); });
     }
 
 private:
@@ -749,6 +959,18 @@ private:
     mivo_flags flags_;
 };
 
+// The pass that checks the room member by member, out of line so that the
+// measuring and roomy passes keep a short prologue.
+template <class R>
+[[gnu::noinline]] size_t encode_checked(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags,
+                                        unsigned *frags_count_p, mivo_flags flags)
+{
+    encoder<false> e(dest, dest_size, frags, frags_count_p, flags);
+    e.fields(source);
+    e.finish(frags_count_p);
+    return e.offset();
+}
+
 // The general pass, for every record and every call.
 template <class R>
 size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frags, unsigned *frags_count_p,
@@ -760,7 +982,18 @@ size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_byte
         return e.offset();
     }
     if constexpr (largest_encoding<R>() != SIZE_MAX) {
+        bool roomy = false;
         if (dest_size >= largest_encoding<R>() && frags_count_p == nullptr) {
+            roomy = true;
+        } else if (frags_count_p == nullptr) {
+            // Less room than the largest encoding, typically the measured
+            // length: a record of numbers costs a few additions to measure
+            // again, and when it fits nothing needs checking while writing.
+            encoder<true> m(nullptr, 0, nullptr, nullptr, flags);
+            m.fields(source);
+            roomy = m.offset() <= dest_size;
+        }
+        if (roomy) {
             encoder<false, true> e(dest, dest_size, nullptr, nullptr, flags);
             e.fields(source);
             return e.offset();
@@ -775,10 +1008,7 @@ size_t encode_fields(const R &source, uint8_t *dest, size_t dest_size, mivo_byte
             return e.offset();
         }
     }
-    encoder<false> e(dest, dest_size, frags, frags_count_p, flags);
-    e.fields(source);
-    e.finish(frags_count_p);
-    return e.offset();
+    return encode_checked(source, dest, dest_size, frags, frags_count_p, flags);
 }
 
 template <class R>
@@ -796,14 +1026,26 @@ template <class R>
     uint32_t all = 0;
     // With room for the record at two bytes a member the write goes first;
     // if a number turns out to need more, the general pass writes over it.
-    if (dest_size >= small::bound(source)) {
+    const size_t bound = small::bound(source);
+    if (dest_size >= bound) {
         const uint8_t *end = small::put(source, dest, all);
         if (all < 128) {
             return static_cast<size_t>(end - dest);
         }
-    } else {
-        const size_t size = small::size(source, all);
+    } else if (bound <= 256) {
+        // Less room than that, typically the exact measured length: the
+        // pairs go to the stack and are copied out once they are known to
+        // fit, so the record is still walked only once.
+        uint8_t scratch[256];
+        const size_t size = static_cast<size_t>(small::put(source, scratch, all) - scratch);
         if (all < 128 && size <= dest_size) {
+            copy_bytes(dest, scratch, size);
+            return size;
+        }
+    } else {
+        uint64_t words = 0;
+        const size_t size = small::size(source, words);
+        if (small::below_128(words) && size <= dest_size) {
             small::put(source, dest, all);
             return size;
         }
@@ -822,11 +1064,14 @@ size_t encode(const R &source, uint8_t *dest, size_t dest_size, mivo_bytes *frag
         // are checked as they pass; else the size is known before writing.
         if (frags_count_p == nullptr) {
             if (dest_size == 0) {
-                uint32_t all = 0;
-                const size_t size = small::size(source, all);
-                if (all < 128) {
+                uint64_t words = 0;
+                const size_t size = small::size(source, words);
+                if (small::below_128(words)) {
                     return size;
                 }
+                // Only measuring: the buffer's address is not needed, and
+                // not keeping it spares a register across the count.
+                return encode_general(source, nullptr, 0, nullptr, nullptr, flags);
             } else {
                 return small_write(source, dest, dest_size, flags);
             }
