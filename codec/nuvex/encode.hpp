@@ -630,14 +630,6 @@ public:
             offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
         }
     }
-    void var64(uint64_t value)
-    {
-        if constexpr (Counting) {
-            offset_ += varint::size(value);
-        } else {
-            offset_ = varint::put_bounded(value, offset_, dest_, dest_size_);
-        }
-    }
 
     // Bytes left below dest_size from the current offset (0 once past it).
     size_t room() const { return offset_ < dest_size_ ? dest_size_ - offset_ : 0; }

@@ -57,21 +57,33 @@ template <class T>
     return offset + 1;
 }
 
-// Unchecked read of a varint whose end is already known to lie inside the
-// input. Only the bytes that carry bits of T are assembled (five for 32
-// bits, ten for 64); the rest of a longer form is skipped.
+// The bytes of a varint that carry bits of T (five for 32 bits, ten for 64),
+// read without checks: returns the varint's end, or null, with those bits in
+// value, when it goes on past them.
 template <class T>
-inline const uint8_t *get(const uint8_t *p, T &out)
+[[gnu::always_inline]] inline const uint8_t *get_kept(const uint8_t *p, T &value)
 {
-    static_assert(std::is_unsigned_v<T>);
-    T value = 0;
+    value = 0;
     for (unsigned i = 0; i < widest<T>; ++i) {
         const uint8_t byte = p[i];
         value |= static_cast<T>(static_cast<T>(byte & 0x7Fu) << (7 * i));
         if ((byte & 0x80u) == 0) {
-            out = value;
             return p + i + 1;
         }
+    }
+    return nullptr;
+}
+
+// Unchecked read of a varint whose end is already known to lie inside the
+// input; the rest of a longer form than T needs is skipped.
+template <class T>
+inline const uint8_t *get(const uint8_t *p, T &out)
+{
+    static_assert(std::is_unsigned_v<T>);
+    T value;
+    if (const uint8_t *next = get_kept(p, value)) {
+        out = value;
+        return next;
     }
     p += widest<T>;
     while (*p++ & 0x80u) {
@@ -91,13 +103,9 @@ inline const uint8_t *get_checked(const uint8_t *p, const uint8_t *end, T &out)
     static_assert(std::is_unsigned_v<T>);
     T value = 0;
     if (end - p >= 10) {
-        for (unsigned i = 0; i < widest<T>; ++i) {
-            const uint8_t byte = p[i];
-            value |= static_cast<T>(static_cast<T>(byte & 0x7Fu) << (7 * i));
-            if ((byte & 0x80u) == 0) {
-                out = value;
-                return p + i + 1;
-            }
+        if (const uint8_t *next = get_kept(p, value)) {
+            out = value;
+            return next;
         }
         p += widest<T>;
         if (std::endian::native == std::endian::little && end - p >= 8) {
