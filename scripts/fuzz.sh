@@ -37,7 +37,9 @@ if [ "$status" -ne 0 ]; then
 fi
 [ "$status" -ne 0 ] && exit "$status"
 
-# The tool's fuzzer starts from the worked examples, as hex text and as JSON.
+# The tool's fuzzer starts from the worked examples, as hex text and as JSON,
+# and from the inputs that once broke it (fuzz/tool_regressions/, named after
+# the defect).
 tool=$out/tool
 mkdir -p "$tool/corpus" "$tool/seeds" "$tool/artifacts"
 n=0
@@ -47,7 +49,7 @@ grep -v '^#' tests/unit/data/worked_examples.txt | while IFS='|' read -r _ recor
   printf "\\x$(printf %02x $((n % 37 + 128)))%s" "$record" >"$tool/seeds/json-$n"
 done
 echo "fuzzing obfl-wire's parsing for $((seconds / 4 + 1))s; log in $tool/last-run.log"
-"$out/obfl_wire_fuzzer" "$tool/corpus" "$tool/seeds" -max_total_time=$((seconds / 4 + 1)) -max_len=4096 \
+"$out/obfl_wire_fuzzer" "$tool/corpus" "$tool/seeds" fuzz/tool_regressions -max_total_time=$((seconds / 4 + 1)) -max_len=4096 \
   -print_final_stats=1 -timeout=10 -artifact_prefix="$tool/artifacts/" >"$tool/last-run.log" 2>&1 || status=$?
 grep -E "^stat::number_of_executed_units|^stat::average_exec_per_sec|^==[0-9]+==ERROR|deadly signal" "$tool/last-run.log" || true
 if [ "$status" -ne 0 ]; then

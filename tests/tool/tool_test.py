@@ -78,6 +78,7 @@ ROWS = [
      E + "not JSON: key 'data' given twice in one object"),
     (["encode", "log_syslog"], '{"tgt_eid": {"version": 1, "version": 2}}', 2, "",
      E + "not JSON: key 'version' given twice in one object"),
+    (["encode", "log_syslog"], '{"client_id": 1e400}', 2, "", E + "not JSON: number overflow parsing '1e400'"),
     (["decode", "log_syslog"], "6A 05 61", 1, "",
      GARBLED + "0 in data: length 5 runs past the end of the input (1 bytes left)"),
     (["decode", "log_syslog"], "1A 03 08 01 38", 1, "", GARBLED + "4 in tgt_eid: the varint runs past the end of the input"),

@@ -210,6 +210,11 @@ bool parse_json(std::string_view text, json &out, std::string &error)
         const std::string what = e.what();
         const size_t at = what.find(" at line ");
         error = at == std::string::npos ? what : what.substr(at + 4);
+    } catch (const json::exception &e) {
+        // A number too large for a double ("1e400"): "[json.exception.out_of_range.406] number overflow ..."
+        const std::string what = e.what();
+        const size_t at = what.find("] ");
+        error = at == std::string::npos ? what : what.substr(at + 2);
     }
     return false;
 }
