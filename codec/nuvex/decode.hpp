@@ -8,10 +8,10 @@
 #include <cstring>
 #include <type_traits>
 
-#include "mivo_tesk_eid_def.h"
 #include "nuvex/description.hpp"
+#include "nuvex/external.hpp"
+#include "nuvex/memory.hpp"
 #include "nuvex/varint.hpp"
-#include "nuvex_decode.h"
 
 namespace nuvex {
 
@@ -55,9 +55,36 @@ private:
                ...);
         if (rc == unknown_field) {
             // Field 0 and numbers past the record's last are skipped.
-            rc = nuvex_decode_advance(wire_type, &offset_, src_, size_);
+            rc = skip(wire_type);
         }
         return rc;
+    }
+
+    // Skips the value of a field the record does not define. A length or a
+    // fixed width that runs past the end takes the offset to the end, which
+    // ends the input. Out of line: such fields are rare.
+    [[gnu::noinline]] int skip(unsigned wire_type)
+    {
+        uint32_t n;
+        switch (wire_type) {
+        case NUVEX_TYPE_VARINT:
+            return read_varint(n) ? MIVO_NO_ERROR : MIVO_ERROR_GARBLED;
+        case NUVEX_TYPE_FIXED64:
+            n = 8;
+            break;
+        case NUVEX_TYPE_LENGTH:
+            if (!read_varint(n)) {
+                return MIVO_ERROR_GARBLED;
+            }
+            break;
+        case NUVEX_TYPE_FIXED32:
+            n = 4;
+            break;
+        default:
+            return MIVO_ERROR_UNSUPPORTED;
+        }
+        offset_ = n > size_ - offset_ ? size_ : offset_ + n;
+        return MIVO_NO_ERROR;
     }
 
     // A varint at the offset that ends inside the input; false if none does.
@@ -72,13 +99,10 @@ private:
         return read_long_varint(out);
     }
 
-    [[gnu::noinline]] bool read_long_varint(uint32_t &out)
+    template <class V>
+    [[gnu::noinline]] bool read_long_varint(V &out)
     {
-        return nuvex_decode_var32(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
-    }
-    [[gnu::noinline]] bool read_long_varint(uint64_t &out)
-    {
-        return nuvex_decode_var64(&out, &offset_, src_, size_) == MIVO_NO_ERROR;
+        return run_varint(out);
     }
 
     // Reads a length and checks that its bytes lie inside the input.
@@ -104,7 +128,7 @@ private:
             return MIVO_ERROR_ALLOC_FAILED;
         }
         out = copy;
-        copy_bytes(reinterpret_cast<uint8_t *>(copy), src_ + offset_, len);
+        memory::copy_bytes(reinterpret_cast<uint8_t *>(copy), src_ + offset_, len);
         copy[len] = '\0';
         offset_ += len;
         return MIVO_NO_ERROR;
@@ -134,31 +158,24 @@ private:
         return MIVO_NO_ERROR;
     }
 
-    int eid(mivo_tesk_eid_st &out)
+    // A record nested in the field's bytes: another library's gets exactly
+    // those bytes; one of this engine merges into what the member holds, as
+    // a repeated occurrence of an embedded message does in the Protocol
+    // Buffers format.
+    template <element E, class Nested>
+    int nested(Nested &out)
     {
         uint32_t len;
         if (length(len) != MIVO_NO_ERROR) {
             return MIVO_ERROR_GARBLED;
         }
-        const int rc = mivo_tesk_eid_st_decode_ext(&out, src_ + offset_, len, alloc_, token_, flags_);
-        if (rc != MIVO_NO_ERROR) {
-            return rc;
+        int rc;
+        if constexpr (E == element::external) {
+            rc = external_codec<Nested>::decode(out, src_ + offset_, len, alloc_, token_, flags_);
+        } else {
+            decoder inner(src_ + offset_, len, alloc_, token_, flags_);
+            rc = inner.fields(out);
         }
-        offset_ += len;
-        return MIVO_NO_ERROR;
-    }
-
-    // A nested record merges into what the member holds, as a repeated
-    // occurrence of an embedded message does in the Protocol Buffers format.
-    template <class Nested>
-    int message(Nested &out)
-    {
-        uint32_t len;
-        if (length(len) != MIVO_NO_ERROR) {
-            return MIVO_ERROR_GARBLED;
-        }
-        decoder inner(src_ + offset_, len, alloc_, token_, flags_);
-        const int rc = inner.fields(out);
         if (rc != MIVO_NO_ERROR) {
             return rc;
         }
@@ -187,10 +204,8 @@ private:
             return string(out);
         } else if constexpr (K::elem == element::bytes) {
             return bytes(out);
-        } else if constexpr (K::elem == element::eid) {
-            return eid(out);
         } else {
-            return message(out);
+            return nested<K::elem>(out);
         }
     }
 

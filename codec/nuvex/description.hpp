@@ -4,10 +4,8 @@
 // record, so every entry point is straight-line code with constant keys.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <utility>
 
 #include "nuvex.h"
@@ -29,12 +27,14 @@ NUVEX_KINDS(NUVEX_KIND_ALIAS)
 #undef NUVEX_KIND_ALIAS
 } // namespace kind
 
-// A member with its field number; Member supplies kind, label and accessors.
+// A member with its field number and key; Member supplies kind, label and
+// accessors.
 template <unsigned Number, class Member>
 struct field : Member {
     static_assert(Number >= 1 && Number <= 31, "keys are written with at most two bytes");
     static constexpr unsigned number = Number;
-    static constexpr uint8_t key = static_cast<uint8_t>(Number << 3 | Member::kind::wire_type);
+    static constexpr uint32_t key = field_key(Number, Member::kind::elem);
+    static constexpr unsigned key_size = key < 0x80u ? 1 : 2;
 };
 
 template <class... Fields>
@@ -55,30 +55,6 @@ struct record_description {
     using fields = typename numbered<std::index_sequence_for<Members...>, Members...>::type;
 };
 
-// Copies n bytes; short strings (names, versions) are copied inline with
-// overlapping fixed-size moves instead of a call into the C library. Every
-// operation copies strings, so they all share it.
-inline void copy_bytes(uint8_t *d, const void *source, size_t n)
-{
-    const auto *s = static_cast<const uint8_t *>(source);
-    if (n > 32) {
-        std::memcpy(d, s, n);
-    } else if (n >= 16) {
-        std::memcpy(d, s, 16);
-        std::memcpy(d + n - 16, s + n - 16, 16);
-    } else if (n >= 8) {
-        std::memcpy(d, s, 8);
-        std::memcpy(d + n - 8, s + n - 8, 8);
-    } else if (n >= 4) {
-        std::memcpy(d, s, 4);
-        std::memcpy(d + n - 4, s + n - 4, 4);
-    } else if (n != 0) {
-        d[0] = s[0];
-        d[n / 2] = s[n / 2];
-        d[n - 1] = s[n - 1];
-    }
-}
-
 // Specialised for every record by NUVEX_DESCRIBE_RECORD.
 template <class Record>
 struct description;
@@ -88,49 +64,6 @@ template <class Record, class Fn>
 constexpr void for_each_field(Fn &&fn)
 {
     [&]<class... F>(field_list<F...>) { (fn.template operator()<F>(), ...); }(typename description<Record>::fields{});
-}
-
-// The presence flags are 1-bit fields after the last member, one per member
-// in member order, packed from the lowest bit of the first byte after it.
-// Code that reads them as one word relies on that; the checks below make a
-// record laid out otherwise fail to build instead of coding wrong bytes.
-template <class R>
-constexpr size_t flags_offset()
-{
-    return []<class... F>(field_list<F...>) {
-        size_t end = 0;
-        ((end = F::template end<R>()), ...);
-        return end;
-    }(typename description<R>::fields{});
-}
-
-template <class R>
-constexpr bool flags_follow_members()
-{
-    constexpr size_t n = description<R>::fields::size;
-    constexpr size_t flag_bytes = (n + 7) / 8;
-    constexpr size_t used = flags_offset<R>() + flag_bytes;
-    const bool in_order = []<class... F>(field_list<F...>) {
-        size_t last = 0;
-        bool ok = true;
-        ((ok = ok && F::template offset<R>() >= last, last = F::template end<R>()), ...);
-        return ok;
-    }(typename description<R>::fields{});
-    return in_order && n <= 64 && (used + alignof(R) - 1) / alignof(R) * alignof(R) == sizeof(R);
-}
-
-// Every presence flag of a record as one word, bit i for member i + 1.
-template <class R>
-inline uint64_t presence(const R &r)
-{
-    static_assert(flags_follow_members<R>(), "presence flags must be the bits right after the last member");
-    constexpr size_t n = description<R>::fields::size;
-    constexpr size_t off = flags_offset<R>();
-    constexpr size_t avail = sizeof(R) - off < 8 ? sizeof(R) - off : 8;
-    uint64_t word = 0;
-    std::memcpy(&word, reinterpret_cast<const unsigned char *>(&r) + off, avail);
-    static_assert(std::endian::native == std::endian::little, "flag bits are read as a little-endian word");
-    return n == 64 ? word : word & ((uint64_t{1} << n) - 1);
 }
 
 } // namespace nuvex
@@ -165,5 +98,4 @@ inline uint64_t presence(const R &r)
     struct nuvex::description<struct rec>                                                           \
         : nuvex::record_description<struct rec FIELDS(NUVEX_LIST_ENTRY, rec)> {                    \
         static void init(struct rec *r) { rec##_init(r); }                                          \
-    };                                                                                              \
-    static_assert(nuvex::flags_follow_members<struct rec>(), "flags of " #rec " out of place");
+    };

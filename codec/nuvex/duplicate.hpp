@@ -7,37 +7,12 @@
 #include <cstring>
 #include <type_traits>
 
-#include "mivo_tesk_eid_def.h"
 #include "nuvex/description.hpp"
-#include "nuvex_duplicate.h"
+#include "nuvex/external.hpp"
+#include "nuvex/memory.hpp"
+#include "nuvex/shape.hpp"
 
 namespace nuvex {
-
-// A record of numbers only, nested records of numbers included (no
-// pointers, no identifiers): its copy is its bytes, values and flags alike,
-// so one block copy does every member. The identifier's tsi element is one.
-template <class R>
-constexpr bool plain_record();
-
-template <class R, class F>
-constexpr bool plain_member()
-{
-    using K = typename F::kind;
-    if constexpr (K::repeated) {
-        return false;
-    } else if constexpr (K::elem == element::message) {
-        return plain_record<std::remove_cvref_t<decltype(F::value(std::declval<R &>()))>>();
-    } else {
-        return K::elem == element::varint32 || K::elem == element::boolean || K::elem == element::varint64;
-    }
-}
-
-template <class R>
-constexpr bool plain_record()
-{
-    return []<class... F>(field_list<F...>) { return (plain_member<R, F>() && ...); }(
-        typename description<R>::fields{});
-}
 
 class duplicator {
 public:
@@ -45,14 +20,16 @@ public:
 
     int result() const { return result_; }
 
+    // A record of numbers, nested records of numbers included, is its own
+    // copy: one block copy does every value and every flag.
     template <class R>
     void fields(R &dest, const R &source)
     {
-        if constexpr (plain_record<R>()) {
+        if constexpr (shape<R>::plain) {
             std::memcpy(static_cast<void *>(&dest), &source, sizeof(R));
-            return;
+        } else {
+            for_each_field<R>([&]<class F>() { member<F>(dest, source); });
         }
-        for_each_field<R>([&]<class F>() { member<F>(dest, source); });
     }
 
 private:
@@ -64,14 +41,14 @@ private:
     // Copies one string; false when its memory could not be had.
     bool string(mivo_string_t &dest, mivo_string_t source)
     {
-        const size_t len = nuvex_strlen(source) + 1;
+        const size_t len = std::strlen(source) + 1;
         auto *copy = static_cast<char *>(allocate(len));
         dest = copy;
         if (copy == nullptr) {
             failed();
             return false;
         }
-        copy_bytes(reinterpret_cast<uint8_t *>(copy), source, len);
+        memory::copy_bytes(reinterpret_cast<uint8_t *>(copy), source, len);
         return true;
     }
 
@@ -126,16 +103,11 @@ private:
             for (unsigned i = 0; i < count; ++i) {
                 bytes(array[i], from[i]);
             }
-        } else if constexpr (K::elem == element::message) {
-            if constexpr (plain_record<E>()) {
-                std::memcpy(static_cast<void *>(array), from, sizeof(E) * count);
-            } else {
-                for (unsigned i = 0; i < count; ++i) {
-                    fields(array[i], from[i]);
-                }
-            }
         } else {
-            std::memcpy(array, from, sizeof(E) * count);
+            if constexpr (K::elem == element::message) {
+                static_assert(shape<E>::plain, "nested records hold numbers alone: an array of them is one block");
+            }
+            std::memcpy(static_cast<void *>(array), from, sizeof(E) * count);
         }
         F::value(dest) = array;
         F::count(dest) = count;
@@ -150,15 +122,12 @@ private:
         const auto &from = F::value(source);
         if constexpr (K::repeated) {
             repeated<F>(dest, source);
-        } else if constexpr (K::elem == element::eid) {
+        } else if constexpr (K::elem == element::external) {
             F::mark(dest, F::present(source));
-            const int rc = mivo_tesk_eid_st_duplicate(&to, &from, alloc_, token_);
+            const int rc = external_codec<std::remove_cvref_t<decltype(to)>>::duplicate(to, from, alloc_, token_);
             if (rc != MIVO_NO_ERROR && result_ == MIVO_NO_ERROR) {
                 result_ = rc;
             }
-        } else if constexpr (K::elem == element::message) {
-            fields(to, from);
-            F::mark(dest, F::present(source));
         } else if constexpr (K::elem == element::string) {
             if (from == nullptr) {
                 to = nullptr;
@@ -169,6 +138,8 @@ private:
         } else if constexpr (K::elem == element::bytes) {
             F::mark(dest, bytes(to, from) && F::present(source));
         } else {
+            static_assert(K::elem != element::message,
+                          "records nest by value only inside records of numbers, which are copied as one block");
             to = from;
             F::mark(dest, F::present(source));
         }

@@ -16,7 +16,7 @@ enum class element {
     varint64,
     string,   // NUL-terminated, always copied
     bytes,    // struct mivo_bytes, copied or shared with the caller
-    eid,      // entity identifier, coded by the sibling library
+    external, // a record nested inside another, coded by another library
     message,  // a record nested inside another, coded by this engine
 };
 
@@ -34,8 +34,9 @@ enum class json_form {
 // K(NAME, word, element, repeated, C type, .proto type, JSON form). The word
 // is what the headers' member comments say. A null C type is the one the
 // field list gives (an enumeration, a nested record); a null .proto type is
-// the nested record's own message. Enumerations are uint32 in .proto: a
-// proto2 enum is closed and would set unnamed values aside as unknown fields.
+// the nested record's own message. EID is a record that another library
+// codes (the entity identifier). Enumerations are uint32 in .proto: a proto2
+// enum is closed and would set unnamed values aside as unknown fields.
 #define NUVEX_KINDS(K)                                                                                   \
     K(UINT32, "uint32", varint32, false, "uint32_t", "uint32", number)                                   \
     K(ENUM, "enum", varint32, false, nullptr, "uint32", constant)                                        \
@@ -44,7 +45,7 @@ enum class json_form {
     K(UINT64, "uint64", varint64, false, "uint64_t", "uint64", decimal)                                  \
     K(STRING, "string", string, false, "mivo_string_t", "string", text)                                  \
     K(BYTES, "bytes", bytes, false, "struct mivo_bytes", "bytes", bytes)                                 \
-    K(EID, "eid", eid, false, "struct mivo_tesk_eid_st", nullptr, object)                                \
+    K(EID, "eid", external, false, nullptr, nullptr, object)                                             \
     K(MESSAGE, "message", message, false, nullptr, nullptr, object)                                      \
     K(REP_UINT32, "repeated uint32", varint32, true, "uint32_t", "uint32", number)                       \
     K(REP_INT32, "repeated int32", varint32, true, "int32_t", "int32", number)                           \
@@ -90,7 +91,8 @@ constexpr const kind_info *find_kind(const char *name)
     return nullptr;
 }
 
-// A field's key: field number * 8 + wire type, sent as a varint.
+// A field's key: field number * 8 + wire type, sent as a varint. The one
+// place a key is made: the engine, headergen and obfl-wire all ask here.
 constexpr uint32_t field_key(uint32_t number, element e) { return number << 3 | wire_type(e); }
 
 // The key's varint bytes into out, lowest seven bits first; returns how many.

@@ -5,8 +5,8 @@
 
 #include <type_traits>
 
-#include "mivo_tesk_eid_def.h"
 #include "nuvex/description.hpp"
+#include "nuvex/external.hpp"
 
 namespace nuvex {
 
@@ -64,8 +64,8 @@ private:
             if constexpr (K::elem == element::string || K::elem == element::bytes || K::elem == element::message) {
                 F::count(r) = 0;
             }
-        } else if constexpr (K::elem == element::eid) {
-            mivo_tesk_eid_st_free_ext(&value, free_, token_, flags_);
+        } else if constexpr (K::elem == element::external) {
+            external_codec<std::remove_cvref_t<decltype(value)>>::release(value, free_, token_, flags_);
         } else if constexpr (K::elem == element::message) {
             fields(value);
         } else if constexpr (K::elem == element::string) {

@@ -7,8 +7,9 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <type_traits>
+
+#include "nuvex/memory.hpp"
 
 namespace nuvex::varint {
 
@@ -108,30 +109,25 @@ inline const uint8_t *get_checked(const uint8_t *p, const uint8_t *end, T &out)
             return next;
         }
         p += widest<T>;
-        if (std::endian::native == std::endian::little && end - p >= 8) {
-            uint64_t word;
-            std::memcpy(&word, p, 8);
-            const uint64_t last = ~word & 0x8080808080808080u;
+        if (end - p >= 8) {
+            const uint64_t last = ~memory::load_first_low(p) & 0x8080808080808080u;
             if (last != 0) {
                 out = value;
                 return p + __builtin_ctzll(last) / 8 + 1;
             }
         }
     } else {
-        unsigned shift = 0;
-        uint8_t byte;
-        do {
+        for (unsigned i = 0; i < widest<T>; ++i) {
             if (p == end) {
                 return nullptr;
             }
-            byte = *p++;
-            if (shift < 7 * widest<T>) {
-                value |= static_cast<T>(static_cast<T>(byte & 0x7Fu) << shift);
-                shift += 7;
+            const uint8_t byte = *p++;
+            value |= static_cast<T>(static_cast<T>(byte & 0x7Fu) << (7 * i));
+            if ((byte & 0x80u) == 0) {
+                out = value;
+                return p;
             }
-        } while (byte & 0x80u);
-        out = value;
-        return p;
+        }
     }
     do {
         if (p == end) {

@@ -49,7 +49,7 @@ const std::vector<enumeration> obfl_enums{MIVO_OBFL_MGR_ENUMS(HG_ENUM)};
 const std::vector<record> obfl_records{MIVO_OBFL_MGR_CATALOGUE(HG_RECORD)};
 
 // How an initialiser resets a member of each kind.
-enum class reset { assign_zero, assign_null, clear_bytes, clear_memory, eid_init, clear_array };
+enum class reset { assign_zero, assign_null, clear_bytes, clear_memory, external_init, clear_array };
 
 bool failed = false;
 
@@ -73,7 +73,7 @@ reset how(const nuvex::kind_info &k)
     switch (k.elem) {
     case nuvex::element::string: return reset::assign_null;
     case nuvex::element::bytes: return reset::clear_bytes;
-    case nuvex::element::eid: return reset::eid_init;
+    case nuvex::element::external: return reset::external_init;
     // Enumerations and nested records (their type named by the field list):
     // memset rather than a cast of 0, which C++ callers' -Wold-style-cast would flag.
     default: return k.c_type == nullptr ? reset::clear_memory : reset::assign_zero;
@@ -289,7 +289,9 @@ void write_initialisers(std::ostream &out, const record &r)
         case reset::assign_null: out << "    " << field << " = NULL;\n"; break;
         case reset::clear_bytes: out << "    " << field << ".data = NULL;\n    " << field << ".size = 0;\n"; break;
         case reset::clear_memory: out << "    memset(&" << field << ", 0, sizeof " << field << ");\n"; break;
-        case reset::eid_init: out << "    mivo_tesk_eid_st_init(&" << field << ");\n"; break;
+        case reset::external_init: // the other library's own initialiser: struct X has X_init
+            out << "    " << m.ctype.substr(m.ctype.find(' ') + 1) << "_init(&" << field << ");\n";
+            break;
         case reset::clear_array: out << "    " << field << " = NULL;\n    " << field << "_count = 0;\n"; break;
         }
         out << "    dest_p->_have_" << m.name << " = 0;\n}\n\n";

@@ -15,7 +15,7 @@ void proto_message(std::string &out)
     nuvex::for_each_field<R>([&]<class F>() {
         using E = element_t<R, F>;
         std::string type;
-        if constexpr (F::kind::elem == nuvex::element::eid || F::kind::elem == nuvex::element::message) {
+        if constexpr (F::kind::elem == nuvex::element::external || F::kind::elem == nuvex::element::message) {
             type = short_name(record_name<E>::value); // a nested record is a message of its own
         } else {
             type = nuvex::find_kind(F::kind_name)->proto_type;

@@ -160,7 +160,7 @@ struct reader {
             out.data = block.data();
             out.size = block.size();
             return true;
-        } else if constexpr (e == element::eid || e == element::message) {
+        } else if constexpr (e == element::external || e == element::message) {
             return record(v, path + ".", out);
         } else if constexpr (e == element::boolean) {
             if (!v.is_boolean()) {

@@ -27,7 +27,7 @@ void write_element(json_out &out, const V &v, const json_options &o)
             o.hex_bytes ? append_plain_hex(text, b) : append_base64(text, b);
         }
         text += '"';
-    } else if constexpr (e == element::eid || e == element::message) {
+    } else if constexpr (e == element::external || e == element::message) {
         write_record(out, v, o);
     } else if constexpr (e == element::boolean) {
         out.boolean(v != 0);

@@ -37,7 +37,7 @@ const record_schema &schema_of()
         record_schema s{short_name(record_name<R>::value), {}};
         nuvex::for_each_field<R>([&]<class F>() {
             const record_schema *nested = nullptr;
-            if constexpr (F::kind::elem == nuvex::element::eid || F::kind::elem == nuvex::element::message) {
+            if constexpr (F::kind::elem == nuvex::element::external || F::kind::elem == nuvex::element::message) {
                 nested = &schema_of<element_t<R, F>>();
             }
             s.fields.push_back({F::number, F::label, camel_case(F::label), F::kind::elem, F::kind::repeated,
