@@ -29,13 +29,21 @@ using mivo_test::counting_allocator;
 using bytes = std::vector<uint8_t>;
 
 struct violated {
-    const char *what;
+    std::string what;
 };
 
 void require(bool ok, const char *what)
 {
     if (!ok) {
         throw violated{what};
+    }
+}
+
+// The same, naming the encoding path that broke it.
+void require(bool ok, const char *path, const char *what)
+{
+    if (!ok) {
+        throw violated{std::string(path) + ": " + what};
     }
 }
 
@@ -175,6 +183,35 @@ void check(const input_case &c, std::span<const uint8_t> input)
 
 constexpr uint8_t canary = 0xA5;
 
+// The ways a caller encodes, each held to the same bytes: the encoder picks
+// a path by the room it is given (measuring, byte by byte at the end of a
+// short buffer, unchecked in a buffer that holds the record at its largest),
+// so a path added later is checked by every record without records of its
+// own.
+struct path {
+    const char *name;
+    size_t size;
+    bool gather;
+};
+
+std::vector<path> paths_for(size_t full)
+{
+    std::vector<path> paths{{"measure", 0, false}};
+    for (size_t n = 1; n < full; ++n) {
+        paths.push_back({"shorter buffer", n, false});
+    }
+    paths.push_back({"exact buffer", full, false});
+    for (size_t n = full + 1; n <= full + 64; ++n) {
+        paths.push_back({"larger buffer", n, false});
+    }
+    paths.push_back({"buffer past any bound", full + 65536, false});
+    const size_t plain_paths = paths.size();
+    for (size_t i = 0; i < plain_paths; ++i) {
+        paths.push_back({"gathered", paths[i].size, true});
+    }
+    return paths;
+}
+
 void check_writing(const entry &m, const void *record)
 {
     const bytes plain = encode(m, record);
@@ -182,41 +219,38 @@ void check_writing(const entry &m, const void *record)
         const auto [reference, slots] = check_fragments(m, record, plain, flags);
         const size_t full = reference.size();
         const auto needed = static_cast<unsigned>(slots.size());
-        unsigned count = needed;
-        // Past the full length too, where records of bounded size are
-        // written without checks; a buffer with 16 guard bytes either side.
-        for (size_t n = 0; n <= full + 64; ++n) {
-            for (bool gather : {true, false}) {
-                if (!gather && flags == MIVO_FLAG_SHARED) {
-                    continue; // shared byte strings need a fragment list
-                }
-                bytes buffer(n + 32, canary);
-                std::vector<mivo_bytes> scratch(needed);
-                count = needed;
-                require(m.encode(record, buffer.data() + 16, n, gather ? scratch.data() : nullptr,
-                                 gather ? &count : nullptr, flags) == full,
-                        "a short buffer changed the result");
-                require(count == needed, "a short buffer changed the piece count");
-                for (size_t i = 0; i < buffer.size(); ++i) {
-                    const bool inside = i >= 16 && i < 16 + std::min(n, full);
-                    require(buffer[i] == canary || (inside && buffer[i] == reference[i - 16]),
-                            "stored outside the buffer, or not the encoding's byte");
-                }
+        for (const path &p : paths_for(full)) {
+            if (!p.gather && flags == MIVO_FLAG_SHARED) {
+                continue; // shared byte strings need a fragment list
             }
+            // 16 guard bytes either side; the measuring call gets no buffer.
+            bytes buffer(p.size + 32, canary);
+            std::vector<mivo_bytes> scratch(needed);
+            unsigned count = needed;
+            uint8_t *dest = p.size == 0 && !p.gather ? nullptr : buffer.data() + 16;
+            require(m.encode(record, dest, p.size, p.gather ? scratch.data() : nullptr, p.gather ? &count : nullptr,
+                             flags) == full && count == needed,
+                    p.name, "the result or the piece count differs");
+            for (size_t i = 0; i < buffer.size(); ++i) {
+                const bool inside = i >= 16 && i < 16 + std::min(p.size, full);
+                require(buffer[i] == canary || (inside && buffer[i] == reference[i - 16]), p.name,
+                        "stored outside the buffer, or not the encoding's byte");
+            }
+            require(p.size < full || std::equal(reference.begin(), reference.end(), buffer.begin() + 16), p.name,
+                    "a buffer that holds the encoding does not hold it whole");
         }
         for (unsigned capacity = 0; capacity <= needed; ++capacity) {
             const mivo_bytes sentinel{reference.data(), 0xDEAD};
             std::vector<mivo_bytes> pieces(needed + 1, sentinel);
             bytes out(full);
-            count = capacity;
+            unsigned count = capacity;
             require(m.encode(record, out.data(), full, pieces.data(), &count, flags) == full && count == needed &&
                         out == reference,
                     "a small fragment capacity changed the result");
             for (unsigned i = 0; i <= needed; ++i) {
                 const mivo_bytes &p = pieces[i], &s = i < capacity ? slots[i] : sentinel;
                 const bool same = i >= capacity ? p.data == s.data : std::equal(p.data, p.data + p.size, s.data);
-                require(p.size == s.size && same,
-                        "a piece stored past the capacity, or not the full list's");
+                require(p.size == s.size && same, "a piece stored past the capacity, or not the full list's");
             }
         }
     }
