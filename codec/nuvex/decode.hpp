@@ -116,6 +116,17 @@ private:
 
     void *allocate(size_t size) { return alloc_(size, token_); }
 
+    // An array for count elements. Where size_t has 32 bits a long enough
+    // run could ask for more than it holds: no allocator could give that.
+    template <class E>
+    void *allocate_array(unsigned count)
+    {
+        if (count > SIZE_MAX / sizeof(E)) {
+            return nullptr;
+        }
+        return allocate(sizeof(E) * count);
+    }
+
     // One string: a fresh NUL-terminated copy, never shared with the input.
     int string(mivo_string_t &out)
     {
@@ -305,7 +316,7 @@ private:
                 return more;
             }
         }
-        auto *array = static_cast<E *>(allocate(sizeof(E) * count));
+        auto *array = static_cast<E *>(allocate_array<E>(count));
         if (array == nullptr) {
             return MIVO_ERROR_ALLOC_FAILED;
         }
@@ -383,7 +394,7 @@ private:
             }
         }
         offset_ = start;
-        auto *array = static_cast<E *>(allocate(sizeof(E) * count));
+        auto *array = static_cast<E *>(allocate_array<E>(count));
         if (array == nullptr) {
             return MIVO_ERROR_ALLOC_FAILED;
         }

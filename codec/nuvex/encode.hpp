@@ -32,11 +32,12 @@ template <class F>
 template <class V>
 using wire_number = std::conditional_t<sizeof(V) == 8, uint64_t, uint32_t>;
 
-// The exact size of a run of numbers, keys included.
+// The exact size of a run of numbers, keys included; in 64 bits, so that no
+// count wraps it where size_t has 32.
 template <class F, class V>
-size_t run_size(const V *values, unsigned count)
+uint64_t run_size(const V *values, unsigned count)
 {
-    size_t total = size_t{count} * F::key_size;
+    uint64_t total = uint64_t{count} * F::key_size;
     for (unsigned i = 0; i < count; ++i) {
         total += varint::size(static_cast<wire_number<V>>(values[i]));
     }
@@ -238,7 +239,7 @@ private:
         const auto &value = F::value(r);
         const bool present = (have >> (F::number - 1) & 1) != 0;
         if constexpr (K::elem == element::external) {
-            static_assert(!K::repeated, "an external record is never repeated");
+            static_assert(!K::repeated, "no record repeats an external record; one that did would need a loop here");
             external<F>(value, present);
         } else if (!present) {
             return;

@@ -35,8 +35,8 @@ enum class json_form {
 // is what the headers' member comments say. A null C type is the one the
 // field list gives (an enumeration, a nested record); a null .proto type is
 // the nested record's own message. EID is a record that another library
-// codes (the entity identifier). Enumerations are uint32 in .proto: a proto2
-// enum is closed and would set unnamed values aside as unknown fields.
+// codes. Enumerations are uint32 in .proto: a proto2 enum is closed and
+// would set unnamed values aside as unknown fields.
 #define NUVEX_KINDS(K)                                                                                   \
     K(UINT32, "uint32", varint32, false, "uint32_t", "uint32", number)                                   \
     K(ENUM, "enum", varint32, false, nullptr, "uint32", constant)                                        \

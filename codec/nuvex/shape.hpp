@@ -147,17 +147,18 @@ struct shape {
 
 // The largest encoding of r given the counts of its repeated members: the
 // fixed part plus each count times its element's largest (Bound picks the
-// regime: any numbers, or numbers below 128).
+// regime: any numbers, or numbers below 128). Summed in 64 bits, so that no
+// count wraps it below a buffer's size where size_t has 32.
 template <size_t member_shape::*Bound, class R>
-[[gnu::always_inline]] inline size_t largest_for_counts(const R &r)
+[[gnu::always_inline]] inline uint64_t largest_for_counts(const R &r)
 {
     constexpr size_t fixed = Bound == &member_shape::largest ? shape<R>::largest_fixed : shape<R>::largest_small_fixed;
     return [&]<class... F>(field_list<F...>) {
-        return (fixed + ... + [&] {
+        return (uint64_t{fixed} + ... + [&] {
             if constexpr (F::kind::repeated) {
-                return size_t{F::count(r)} * (shape<R>::members[F::number - 1].*Bound);
+                return uint64_t{F::count(r)} * (shape<R>::members[F::number - 1].*Bound);
             } else {
-                return size_t{0};
+                return uint64_t{0};
             }
         }());
     }(typename description<R>::fields{});

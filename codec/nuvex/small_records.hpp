@@ -11,9 +11,9 @@
 // counted together), after one OR over all its numbers, two neighbouring
 // numbers a load, to tell that they are small. Writing is one two-byte
 // store a member, or one four-byte store for two neighbouring 32-bit
-// members, with no varint loop and no room check. Callgrind, Release, an
-// identifier of five numbers and one nested record of three (itself holding
-// a record of twelve), calling loop included: measuring it costs 76
+// members, with no varint loop and no room check. Callgrind, Release, a
+// record of five numbers and one nested record of three (itself holding a
+// record of twelve), calling loop included: measuring it costs 76
 // instructions against 172 on the general path, writing it into a buffer of
 // its length 165 against 509, into a larger one 151 against 247.
 //
@@ -121,8 +121,8 @@ template <class R>
 
 // Bits set among the low Bits of a word. Baseline x86-64 has no population
 // count instruction, and there GCC turns std::popcount into a call to
-// libgcc's __popcountdi2: with a table of the bytes' counts an identifier
-// measures in 76 instructions, against 126 with std::popcount.
+// libgcc's __popcountdi2: with a table of the bytes' counts the record
+// above measures in 76 instructions, against 126 with std::popcount.
 inline constexpr auto bits_in_byte = [] {
     std::array<uint8_t, 256> n{};
     for (unsigned i = 1; i < 256; ++i) {
@@ -204,7 +204,7 @@ template <class R>
 
 // The room that writing r takes at most: its size were every member present.
 template <class R>
-[[gnu::always_inline]] inline size_t bound(const R &r)
+[[gnu::always_inline]] inline uint64_t bound(const R &r)
 {
     return largest_for_counts<&member_shape::largest_small>(r);
 }
@@ -379,7 +379,7 @@ template <auto Fallback, class R>
 [[gnu::noinline]] size_t write(const R &r, uint8_t *dest, size_t size, mivo_flags flags)
 {
     uint32_t all = 0;
-    const size_t most = bound(r);
+    const uint64_t most = bound(r);
     if (size >= most) {
         // Room for every member at two bytes: the write goes first, and if
         // a number turns out to need more the general pass writes over it.
