@@ -32,6 +32,9 @@ lib=/usr/lib/x86_64-linux-gnu
 } >"$build"/sizes.txt
 
 mkdir -p docs
+# The instruction counts (scripts/instructions.sh --record) close the page and
+# are carried over as they stand: timings do not change them.
+counts=$(sed -n '/^## Instructions per operation$/,$p' docs/benchmarks.md 2>/dev/null || true)
 python3 - "$build"/bench.json "$build"/sizes.txt "$build"/ratios.dat "$*" >docs/benchmarks.md <<'PY'
 import json, sys
 from collections import defaultdict
@@ -177,6 +180,7 @@ with open(sys.argv[3], "w") as f:
         label = {"W3_request_done_1KiB": "W3-1KiB", "W3_request_done_64B": "W3-64B"}.get(w, w.split("_")[0])
         f.write(label + " " + " ".join(f"{ratios[(w, op)]:.3f}" if (w, op) in ratios else "NaN" for op in plotted) + "\n")
 PY
+[[ -z $counts ]] || printf '\n%s\n' "$counts" >>docs/benchmarks.md
 
 gnuplot <<EOF
 set terminal pngcairo size 1200,520 font ",10" noenhanced
