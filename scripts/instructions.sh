@@ -195,9 +195,10 @@ if record:
     section = "## Instructions per operation\n\n" + textwrap.fill(about, 78, break_on_hyphens=False) + \
               "\n\n" + tables() + "\n"
     doc = open("docs/benchmarks.md").read() if os.path.exists("docs/benchmarks.md") else "# Benchmarks\n"
-    doc = doc.split("## Instructions per operation\n")[0].rstrip("\n")
+    head, _, rest = doc.partition("## Instructions per operation\n")
+    after = rest[rest.find("\n## ") + 1:] if "\n## " in rest else ""  # sections after this one stay
     with open("docs/benchmarks.md", "w") as f:
-        f.write(doc + "\n\n" + section)
+        f.write(head.rstrip("\n") + "\n\n" + section + ("\n" + after if after else ""))
     with open("docs/instructions.json", "w") as f:
         json.dump(result, f, indent=1)
         f.write("\n")
