@@ -55,9 +55,27 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Each description follows the project's one-line summary (CPack puts it first).
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${MIVO_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# dpkg refreshes the linker cache through the ldconfig trigger.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
+# dpkg refreshes the linker cache through the ldconfig trigger (CPack's own
+# ldconfig calls are taken out again, debian/drop_ldconfig_calls.cmake).
+# The symbols file tells packages built against these libraries the
+# version that brought each symbol; dpkg-gensymbols writes it while
+# packaging, from the libraries, checked against debian/symbols
+# (debian/check_runtime.cmake).
+set(CPACK_MIVO_SYMBOLS_TEMPLATE ${CMAKE_CURRENT_LIST_DIR}/debian/symbols)
+set(CPACK_MIVO_SYMBOLS ${PROJECT_BINARY_DIR}/debian/symbols)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/debian/triggers ${CPACK_MIVO_SYMBOLS})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian/check_runtime.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian/drop_ldconfig_calls.cmake)
+# Where a Debian package keeps libraries; a build for another prefix
+# (CMAKE_INSTALL_LIBDIR plain lib/) cannot be packaged.
+set(CPACK_MIVO_LIBDIR ${CMAKE_INSTALL_LIBDIR})
+if(CMAKE_LIBRARY_ARCHITECTURE)
+  set(CPACK_MIVO_DEBIAN_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
+else()
+  set(CPACK_MIVO_DEBIAN_LIBDIR ${CMAKE_INSTALL_LIBDIR})
+endif()
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Shared libraries.
 libmivo_obfl_mgr encodes, decodes, copies and releases the 37 messages of the
 on-board failure logging manager; libmivo_tesk_eid codes the entity

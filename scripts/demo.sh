@@ -5,14 +5,15 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(cmake ninja-build gcc g++ nlohmann-json3-dev libcli11-dev)
+packages=(cmake ninja-build gcc g++)
 
 . scripts/packages.sh
 
 ensure_packages "${packages[@]}"
 
-# Tests off: the demo needs neither GoogleTest nor protobuf (the configure
-# step still finds the JSON and command-line libraries of obfl-wire).
+# Tests off: the demo needs neither GoogleTest nor protobuf, nor obfl-wire's
+# JSON and command-line libraries (the configure leaves the tool out
+# without them).
 build_dir=${BUILD_DIR:-build}
 cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=ON
 cmake --build "$build_dir" --parallel "${JOBS:-$(nproc)}" --target obfl_round_trip

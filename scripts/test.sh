@@ -10,6 +10,7 @@ packages=(cmake ninja-build gcc g++ binutils pkg-config python3
           nlohmann-json3-dev libcli11-dev
           clang-14 libclang-rt-14-dev valgrind
           dpkg-dev file lintian                        # the package test
+          abigail-tools                                # the ABI check
           libbenchmark-dev libprotobuf-c-dev protobuf-c-compiler libnanopb-dev nanopb)  # the benchmark
 
 . scripts/packages.sh
@@ -25,6 +26,9 @@ stage "default build: unit, differential, properties, concurrency, examples, pac
 cmake --preset default -B "$build_dir" -DMIVO_BUILD_TESTS=ON -DMIVO_BUILD_EXAMPLES=ON
 cmake --build "$build_dir" --parallel "$jobs"
 ctest --test-dir "$build_dir" --output-on-failure --no-tests=error --parallel "$jobs"
+
+stage "ABI: both libraries against the baseline in abi/ (scripts/abi.sh)"
+JOBS=$jobs scripts/abi.sh check
 
 stage "clang 14: everything (benchmarks included) with warnings as errors, and the suite again"
 clang_dir=${CLANG_BUILD_DIR:-build-clang}
