@@ -32,6 +32,20 @@ template <class F>
 template <class V>
 using wire_number = std::conditional_t<sizeof(V) == 8, uint64_t, uint32_t>;
 
+// An offset moved on by n bytes. Where size_t has 32 bits a record can need
+// more (names that all point at one long string): the offset then stops at
+// SIZE_MAX, a length that no buffer holds, instead of wrapping round to one
+// that a buffer does.
+[[gnu::always_inline]] inline size_t advance(size_t offset, uint64_t n)
+{
+    if constexpr (sizeof(size_t) >= sizeof(uint64_t)) {
+        return offset + static_cast<size_t>(n);
+    } else {
+        const uint64_t end = uint64_t{offset} + n;
+        return end > SIZE_MAX ? SIZE_MAX : static_cast<size_t>(end);
+    }
+}
+
 // The exact size of a run of numbers, keys included; in 64 bits, so that no
 // count wraps it where size_t has 32.
 template <class F, class V>
@@ -52,17 +66,17 @@ struct measuring_sink {
     template <class F, class V>
     void number(V v)
     {
-        offset += F::key_size + varint::size(v);
+        offset = advance(offset, F::key_size + varint::size(v));
     }
     template <class F>
     void delimited(const void *, size_t len)
     {
-        offset += F::key_size + varint::size(static_cast<uint32_t>(len)) + len;
+        offset = advance(offset, F::key_size + varint::size(static_cast<uint32_t>(len)) + uint64_t{len});
     }
     template <class F, class V>
     void numbers(const V *values, unsigned count)
     {
-        offset += run_size<F>(values, count);
+        offset = advance(offset, run_size<F>(values, count));
     }
 };
 
@@ -158,8 +172,10 @@ struct bounded_sink : unchecked_sink {
     [[gnu::noinline, gnu::cold]] static size_t short_number(uint32_t key, V v, size_t offset, uint8_t *dest,
                                                             size_t size)
     {
-        offset = varint::put_bounded(key, offset, dest, size);
-        return varint::put_bounded(v, offset, dest, size);
+        if (offset < size) {
+            varint::put_bounded(v, varint::put_bounded(key, offset, dest, size), dest, size);
+        }
+        return advance(offset, varint::size(key) + varint::size(v));
     }
     // A block is copied whole or not at all, so a short buffer never holds
     // half a string.
@@ -167,8 +183,8 @@ struct bounded_sink : unchecked_sink {
                                                            uint8_t *dest, size_t size)
     {
         offset = short_number(key, static_cast<uint32_t>(len), offset, dest, size);
-        const size_t end = offset + len;
-        if (len != 0 && end <= size && end >= offset) {
+        const size_t end = advance(offset, len);
+        if (len != 0 && end <= size && end - len == offset) {
             std::memcpy(dest + offset, data, len);
         }
         return end;
@@ -313,7 +329,7 @@ private:
             unsigned pieces = 0;
             (void)codec::encode(value, out_.rest(), out_.room(), nullptr, &pieces, flags_);
         }
-        out_.offset += len;
+        out_.offset = advance(out_.offset, len);
     }
 
     // A nested record whose largest encoding is below 128 bytes has a
@@ -342,7 +358,7 @@ private:
             inner.fields(nested);
             out_.offset = inner.out().offset;
         } else {
-            out_.offset += measure.out().offset;
+            out_.offset = advance(out_.offset, measure.out().offset);
         }
     }
 
