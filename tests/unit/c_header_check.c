@@ -17,15 +17,10 @@
 #include "mivo_obfl_mgr_init.h"
 
 #include <stddef.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
-#if UINTPTR_MAX == UINT64_MAX
-#define LP(lp64, ilp32) (lp64)
-#else
-#define LP(lp64, ilp32) (ilp32)
-#endif
+#define LP(lp64, ilp32) (sizeof(void *) == 8 ? (lp64) : (ilp32))
 
 _Static_assert(sizeof(mivo_bool_t) == 1, "one-byte boolean");
 _Static_assert(sizeof(enum mivo_obfl_rec_type_e) == 4, "enumerations are 32 bits");
@@ -79,11 +74,7 @@ _Static_assert(offsetof(struct mivo_write_env_raw_record, _env_raw) == LP(136, 1
  * change exactly the byte expected, in the bit expected: flags are taken
  * from the low bit of a byte up on little-endian targets, from the high bit
  * down on big-endian ones. */
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-#define FLAG_BIT(n) (0x80u >> (n))
-#else
-#define FLAG_BIT(n) (1u << (n))
-#endif
+#define FLAG_BIT(n) (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? 0x80u >> (n) : 1u << (n))
 #define EXPECT_FLAG(rec, flag, at, bit)                                                  \
     do {                                                                                 \
         struct rec r_;                                                                   \
