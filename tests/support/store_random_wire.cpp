@@ -1,6 +1,5 @@
-// Writes the random messages the property and concurrency tests draw, one
-// file per name and seed, for a cross build's tests to read (stored_wire.cpp).
-//   store_random_wire DIR
+// Writes the random messages that the property and concurrency tests draw,
+// a file per name and seed, for a cross build's tests (stored_wire.cpp).
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -15,22 +14,22 @@ int main(int argc, char **argv)
         return 2;
     }
     const std::filesystem::path dir(argv[1]);
-    std::filesystem::create_directories(dir);
-    size_t written = 0;
+    std::error_code absent_parent; // then the writes fail and say so
+    std::filesystem::create_directories(dir, absent_parent);
+    bool ok = true;
     const auto store = [&](std::string_view name, uint64_t seed) {
         std::ofstream out(dir / (std::string(name) + "." + std::to_string(seed)), std::ios::binary);
-        out << mivo_test::random_wire(name, seed);
-        written += bool(out.flush());
+        ok = (out << mivo_test::random_wire(name, seed)).flush() && ok;
     };
-    for (const auto &e : mivo_catalogue::entries()) {
+    for (size_t i = 0; i < mivo_catalogue::entry_count; ++i) {
+        const std::string_view name = mivo_catalogue::entries()[i].name;
         for (uint64_t k = 0; k < mivo_test::property_inputs; ++k) {
-            store(e.name, mivo_test::property_seed + k);
+            store(name, mivo_test::property_seed + k);
+        }
+        if (i < mivo_catalogue::message_count) {
+            store(name, mivo_test::concurrency_seed + i); // messages come first
         }
     }
-    const auto messages = mivo_catalogue::messages();
-    for (size_t i = 0; i < messages.size(); ++i) {
-        store(messages[i].name, mivo_test::concurrency_seed + i);
-    }
-    std::printf("%zu messages written to %s\n", written, dir.c_str());
-    return written == mivo_catalogue::entry_count * mivo_test::property_inputs + messages.size() ? 0 : 1;
+    std::fprintf(ok ? stdout : stderr, ok ? "written to %s\n" : "cannot write to %s\n", dir.c_str());
+    return ok ? 0 : 1;
 }
