@@ -10,6 +10,7 @@
 # ($BUILD_DIR, configured as scripts/test.sh configures it). $JOBS sets the
 # parallelism.
 set -euo pipefail
+prefix=${2:+$(realpath -m "$2")}
 cd "$(dirname "$0")/.."
 
 case ${1:-} in
@@ -19,7 +20,6 @@ case ${1:-} in
   *) echo "usage: scripts/cross.sh aarch64|armhf|s390x [PREFIX]" >&2; exit 2 ;;
 esac
 target=$1
-prefix=${2:+$(realpath -m "$2")}
 
 . scripts/packages.sh
 ensure_packages cmake ninja-build gcc g++ pkg-config libgtest-dev libprotobuf-dev protobuf-compiler \
