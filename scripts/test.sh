@@ -59,4 +59,11 @@ BUILD_DIR=$build_dir scripts/valgrind.sh
 stage "libFuzzer over every decoder, ${FUZZ_SECONDS:-120} s"
 scripts/fuzz.sh "${FUZZ_SECONDS:-120}"
 
+# The same tables on other processors, under emulation; each target is
+# installed into its build directory and the examples built against that.
+for target in aarch64 armhf s390x; do
+  stage "cross build: $target under qemu-user (scripts/cross.sh)"
+  BUILD_DIR=$build_dir JOBS=$jobs scripts/cross.sh "$target" "build-$target/installed"
+done
+
 stage "all stages passed"

@@ -65,7 +65,7 @@ TEST(Concurrency, ThreadsSharingInputAndSourceGetSingleThreadedResults)
     // Half of the sources point into their input, which stays alive.
     const auto source_flags = [](size_t i) { return i % 2 ? MIVO_FLAG_SHARED : MIVO_FLAGS_NONE; };
     for (size_t i = 0; i < messages.size(); ++i) {
-        inputs.push_back(mivo_test::random_wire(messages[i].name, 7000 + i));
+        inputs.push_back(mivo_test::random_wire(messages[i].name, mivo_test::concurrency_seed + i));
         ASSERT_EQ(messages[i].decode(&sources[i], reinterpret_cast<const uint8_t *>(inputs[i].data()), inputs[i].size(),
                                      &counting_allocator::allocate, &source_memory, source_flags(i)),
                   MIVO_NO_ERROR)

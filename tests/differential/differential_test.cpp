@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "random_wire.hpp"
+#include "random_message.hpp"
 #include "unit_support.hpp"
 
 namespace {

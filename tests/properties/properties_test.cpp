@@ -17,8 +17,8 @@ namespace {
 using mivo_fuzz::input_case;
 using mivo_fuzz::violation;
 using mivo_test::counting_allocator;
+using mivo_test::property_inputs, mivo_test::property_seed;
 
-constexpr uint64_t inputs_per_target = 6;
 constexpr size_t longest_truncation = 400;
 
 class Properties : public ::testing::TestWithParam<size_t> {};
@@ -27,7 +27,7 @@ TEST_P(Properties, HoldForRandomInputs)
 {
     const size_t target = GetParam();
     const mivo_catalogue::entry &m = mivo_catalogue::entries()[target];
-    for (uint64_t seed = 9100; seed < 9100 + inputs_per_target; ++seed) {
+    for (uint64_t seed = property_seed; seed < property_seed + property_inputs; ++seed) {
         const std::string text = mivo_test::random_wire(m.name, seed);
         const std::vector<uint8_t> wire(text.begin(), text.end());
         for (mivo_flags flags : {MIVO_FLAGS_NONE, MIVO_FLAG_SHARED}) {

@@ -1,4 +1,4 @@
-#include "random_wire.hpp"
+#include "random_message.hpp"
 
 #include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/dynamic_message.h>

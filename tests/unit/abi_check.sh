@@ -2,7 +2,7 @@
 # The exported surface of the two shared objects: exactly the four entry
 # points of each of the 37 messages and of the identifier, the SONAMEs, and
 # no dependency beyond the C library (and the identifier library).
-# Usage: abi_check.sh libmivo_obfl_mgr.so libmivo_tesk_eid.so SANITIZED(0|1)
+# Usage: [NM=.. READELF=..] abi_check.sh libmivo_obfl_mgr.so libmivo_tesk_eid.so SANITIZED(0|1)
 set -euo pipefail
 mgr=$1 eid=$2 sanitized=${3:-0}
 messages="svc_regn svc_regn_done svc_unregn svc_unregn_done
@@ -15,11 +15,11 @@ messages="svc_regn svc_regn_done svc_unregn svc_unregn_done
   log_diag_record log_diag_record_done log_diag_str_record log_diag_str_record_done
   mgbl_hello mgbl_hello_done mgbl_notify_locations mgbl_request mgbl_request_done"
 entry_points() { for m in "$@"; do for s in encode_ext decode_ext duplicate free_ext; do echo "mivo_${m}_$s"; done; done | sort; }
-exported() { nm -D --defined-only "$1" | awk '{print $NF}' | sort; }
+exported() { "${NM:-nm}" -D --defined-only "$1" | awk '{print $NF}' | sort; }
 # Values of one dynamic-section tag; a sanitizer build brings its runtimes
 # in, and libc may then drop out under --as-needed.
 dynamic() {
-  readelf -d "$1" | sed -n "s/.*($2).*\[\(.*\)\]/\1/p" |
+  "${READELF:-readelf}" -d "$1" | sed -n "s/.*($2).*\[\(.*\)\]/\1/p" |
     if [ "$sanitized" = 1 ]; then grep -v -e '^libc\.so\.6$' -e 'san\.so' || true; else cat; fi | sort
 }
 expect() { [ "$2" = "$3" ] || { printf '%s differs:\n' "$1"; diff <(echo "$3") <(echo "$2") || true; exit 1; }; }

@@ -3,7 +3,9 @@
  * layouts below are worked out by hand from the layout rules (members in
  * order with natural alignment, a repeated member as pointer + unsigned
  * count, then one 1-bit mivo_bool_t flag per member), so a C caller and the
- * C++ library agree on every offset.
+ * C++ library agree on every offset. Pointers and size_t move what follows
+ * them: LP(a, b) gives a where they are 8 bytes (x86-64, 64-bit ARM, s390x)
+ * and b where they are 4 (32-bit ARM); uint64_t is 8-aligned on all of them.
  */
 #include "nuvex.h"
 #include "nuvex_decode.h"
@@ -18,33 +20,36 @@
 #include <stdio.h>
 #include <string.h>
 
+#define LP(lp64, ilp32) (sizeof(void *) == 8 ? (lp64) : (ilp32))
+
 _Static_assert(sizeof(mivo_bool_t) == 1, "one-byte boolean");
 _Static_assert(sizeof(enum mivo_obfl_rec_type_e) == 4, "enumerations are 32 bits");
 _Static_assert(sizeof(enum mivo_flags) == 4, "flags are 32 bits");
-_Static_assert(sizeof(struct mivo_bytes) == 16 && offsetof(struct mivo_bytes, size) == 8, "byte string");
+_Static_assert(sizeof(struct mivo_bytes) == LP(16, 8) && offsetof(struct mivo_bytes, size) == LP(8, 4), "byte string");
 
 /* enum 4, uint32 4, bool 1 (+3), uint32 at 12, bool at 16, flags at 17. */
 _Static_assert(offsetof(struct mivo_mgbl_hello, _is_resend_msg) == 8, "hello");
 _Static_assert(offsetof(struct mivo_mgbl_hello, _respawn) == 16, "hello");
 _Static_assert(sizeof(struct mivo_mgbl_hello) == 20, "hello");
 
-/* Four uint32, then the name array pointer at 16, its count at 24. */
+/* Four uint32, then the name array pointer at 16, its count after it. */
 _Static_assert(offsetof(struct mivo_mgbl_notify_locations, _location_name) == 16, "notify");
-_Static_assert(offsetof(struct mivo_mgbl_notify_locations, _location_name_count) == 24, "notify");
-_Static_assert(offsetof(struct mivo_mgbl_notify_locations, _ha_role) == 28, "notify");
-_Static_assert(sizeof(struct mivo_mgbl_notify_locations) == 40, "notify");
+_Static_assert(offsetof(struct mivo_mgbl_notify_locations, _location_name_count) == LP(24, 20), "notify");
+_Static_assert(offsetof(struct mivo_mgbl_notify_locations, _ha_role) == LP(28, 24), "notify");
+_Static_assert(sizeof(struct mivo_mgbl_notify_locations) == LP(40, 32), "notify");
 
 /* Reply head with its uint64 aligned to 16, then a uint64 array. */
 _Static_assert(offsetof(struct mivo_log_bulk_env_sensor_info_done, _err_code) == 16, "bulk done");
 _Static_assert(offsetof(struct mivo_log_bulk_env_sensor_info_done, _ret_errors) == 32, "bulk done");
-_Static_assert(offsetof(struct mivo_log_bulk_env_sensor_info_done, _ret_errors_count) == 40, "bulk done");
-_Static_assert(sizeof(struct mivo_log_bulk_env_sensor_info_done) == 48, "bulk done");
+_Static_assert(offsetof(struct mivo_log_bulk_env_sensor_info_done, _ret_errors_count) == LP(40, 36), "bulk done");
+_Static_assert(sizeof(struct mivo_log_bulk_env_sensor_info_done) == 48, "bulk done: 8-aligned");
 
-/* Five uint32 (20 bytes, padded to 24), the tsi pointer, its count, flags. */
+/* Five uint32 (20 bytes, padded to 24 for an 8-byte pointer), the tsi
+ * pointer, its count, flags. */
 _Static_assert(offsetof(struct mivo_tesk_eid_st, _num_tsi) == 16, "eid");
-_Static_assert(offsetof(struct mivo_tesk_eid_st, _tsi) == 24, "eid");
-_Static_assert(offsetof(struct mivo_tesk_eid_st, _tsi_count) == 32, "eid");
-_Static_assert(sizeof(struct mivo_tesk_eid_st) == 40, "eid");
+_Static_assert(offsetof(struct mivo_tesk_eid_st, _tsi) == LP(24, 20), "eid");
+_Static_assert(offsetof(struct mivo_tesk_eid_st, _tsi_count) == LP(32, 24), "eid");
+_Static_assert(sizeof(struct mivo_tesk_eid_st) == LP(40, 32), "eid");
 /* Twelve enumerations and twelve flags (two bytes), padded to 52. */
 _Static_assert(sizeof(struct mivo_tesk_entity_subtype_un) == 52, "subtype");
 _Static_assert(offsetof(struct mivo_tesk_entity_tsi_st, _instance) == 56, "tsi");
@@ -52,21 +57,25 @@ _Static_assert(sizeof(struct mivo_tesk_entity_tsi_st) == 64, "tsi");
 
 /* Request head: two identifiers held inside the record from offset 8. */
 _Static_assert(offsetof(struct mivo_mgbl_request, _tgt_eid) == 8, "request");
-_Static_assert(offsetof(struct mivo_mgbl_request, _src_eid) == 48, "request");
-_Static_assert(offsetof(struct mivo_mgbl_request, _is_resend_msg) == 88, "request");
-_Static_assert(offsetof(struct mivo_mgbl_request, _force_uci_reset) == 108, "request");
-_Static_assert(sizeof(struct mivo_mgbl_request) == 112, "request: ten flags take two bytes");
+_Static_assert(offsetof(struct mivo_mgbl_request, _src_eid) == LP(48, 40), "request");
+_Static_assert(offsetof(struct mivo_mgbl_request, _is_resend_msg) == LP(88, 72), "request");
+_Static_assert(offsetof(struct mivo_mgbl_request, _force_uci_reset) == LP(108, 92), "request");
+_Static_assert(sizeof(struct mivo_mgbl_request) == LP(112, 96), "request: ten flags take two bytes");
 
-/* Nineteen members: a string pointer at 112 and three flag bytes at 156. */
-_Static_assert(offsetof(struct mivo_log_diag_record, _test_name) == 112, "diag");
-_Static_assert(offsetof(struct mivo_log_diag_record, _last_test_pass_ts) == 152, "diag");
-_Static_assert(sizeof(struct mivo_log_diag_record) == 160, "diag");
+/* Nineteen members: a string pointer after two identifiers and seven 4-byte
+ * members, then nine uint32 and three flag bytes. */
+_Static_assert(offsetof(struct mivo_log_diag_record, _test_name) == LP(112, 92), "diag");
+_Static_assert(offsetof(struct mivo_log_diag_record, _last_test_pass_ts) == LP(152, 128), "diag");
+_Static_assert(sizeof(struct mivo_log_diag_record) == LP(160, 136), "diag");
 
-_Static_assert(offsetof(struct mivo_write_env_raw_record, _env_raw) == 136, "raw: after four pointers and a uint32");
+_Static_assert(offsetof(struct mivo_write_env_raw_record, _env_raw) == LP(136, 104), "raw: after three pointers, a uint32");
 
 /* Bit-fields have no offsetof: setting one flag of a zeroed record must
- * change exactly the byte expected. */
-#define EXPECT_FLAG_BYTE(rec, flag, at)                                                  \
+ * change exactly the byte expected, in the bit expected: flags are taken
+ * from the low bit of a byte up on little-endian targets, from the high bit
+ * down on big-endian ones. */
+#define FLAG_BIT(n) (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? 0x80u >> (n) : 1u << (n))
+#define EXPECT_FLAG(rec, flag, at, bit)                                                  \
     do {                                                                                 \
         struct rec r_;                                                                   \
         const unsigned char *p_ = (const unsigned char *)&r_;                            \
@@ -76,7 +85,7 @@ _Static_assert(offsetof(struct mivo_write_env_raw_record, _env_raw) == 136, "raw
         for (i_ = 0; i_ < sizeof r_; ++i_) {                                             \
             changed_ += p_[i_] != 0;                                                     \
         }                                                                                \
-        failures += changed_ != 1 || p_[at] == 0 ? (printf("FAILED: %s\n", #rec "." #flag), 1) : 0; \
+        failures += changed_ != 1 || p_[at] != FLAG_BIT(bit) ? (printf("FAILED: %s\n", #rec "." #flag), 1) : 0; \
     } while (0)
 
 int main(void)
@@ -86,12 +95,12 @@ int main(void)
     uint8_t buf[8];
     int failures = 0;
 
-    EXPECT_FLAG_BYTE(mivo_mgbl_hello, _have_version, 17);
-    EXPECT_FLAG_BYTE(mivo_mgbl_hello, _have_respawn, 17);
-    EXPECT_FLAG_BYTE(mivo_mgbl_notify_locations, _have_ha_role, 32);
-    EXPECT_FLAG_BYTE(mivo_log_bulk_env_sensor_info_done, _have_ret_errors, 44);
-    EXPECT_FLAG_BYTE(mivo_tesk_eid_st, _have_tsi, 36);
-    EXPECT_FLAG_BYTE(mivo_log_diag_record, _have_last_test_pass_ts, 158);
+    EXPECT_FLAG(mivo_mgbl_hello, _have_version, 17, 0);
+    EXPECT_FLAG(mivo_mgbl_hello, _have_respawn, 17, 4);
+    EXPECT_FLAG(mivo_mgbl_notify_locations, _have_ha_role, LP(32, 28), 5);
+    EXPECT_FLAG(mivo_log_bulk_env_sensor_info_done, _have_ret_errors, LP(44, 40), 6);
+    EXPECT_FLAG(mivo_tesk_eid_st, _have_tsi, LP(36, 28), 5);
+    EXPECT_FLAG(mivo_log_diag_record, _have_last_test_pass_ts, LP(158, 134), 2);
 
     mivo_mgbl_hello_init(&hello);
     hello._version = mivo_OBFL_CUR_VERSION;
