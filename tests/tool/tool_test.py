@@ -130,12 +130,12 @@ ROWS = [
      W + "unknown field 100 (wire type 0) at byte 2 skipped\n" + E + "log_syslog: refused with --strict: 1 warning"),
     # raw: fields by number and wire type, nested where they parse as a message
     (["raw"], "08 96 01 58 FB FF FF FF 0F 60 FF FF FF FF FF FF FF FF FF 01", 0,
-     [[raw_field(1, 0, 0, varint=150), raw_field(11, 0, 3, varint=4294967291, int32=-5),
-       raw_field(12, 0, 9, varint=2**64 - 1, int32=-1)]], ""),
+     [[raw_field(1, 0, 0, varint="150"), raw_field(11, 0, 3, varint="4294967291", int32=-5),
+       raw_field(12, 0, 9, varint=str(2**64 - 1), int32=-1)]], ""),
     (["raw"], "1A 04 32 02 08 03 6A 03 61 62 63 6A 02 FF 00 0D 01 02 03 04", 0,
-     [[raw_field(3, 2, 0, message=[raw_field(6, 2, 2, message=[raw_field(1, 0, 4, varint=3)])]),
+     [[raw_field(3, 2, 0, message=[raw_field(6, 2, 2, message=[raw_field(1, 0, 4, varint="3")])]),
        raw_field(13, 2, 6, string="abc"), raw_field(13, 2, 11, bytes="/wA="), raw_field(1, 5, 15, fixed32=0x04030201)]], ""),
-    (["raw"], "08 01 A2 06 05 01", 1, "", E + "not a message: at byte 2: field 100 runs 4 bytes past the end of the input"),
+    (["raw"], "08 01 A2 06 05 01", 1, "", E + "not a message: at byte 2: length 5 runs past the end of the input (1 bytes left)"),
     (["raw"], "08 80", 1, "", E + "not a message: at byte 0: the varint runs past the end of the input"),
     # guess: the human table, or JSON alone on standard output; a tie is marked and warned of
     (["guess"], "98 01 01", 0, re.compile(r"log_diag_record +1 member filled, 0 bytes skipped\n(?!.*tie).*", re.S), ""),
