@@ -59,7 +59,7 @@ ROWS = [
      E + "log_env_sensor_info: value: 2147483648 is out of range for int32 (-2147483648 to 2147483647)"),
     (["encode", "log_syslog_done"], '{"err_code": "18446744073709551616"}', 2, "",
      E + "log_syslog_done: err_code: 18446744073709551616 is out of range for uint64"),
-    (["encode", "log_syslog"], '{"sevrity": 1}', 2, "", E + "log_syslog: sevrity: no such member"),
+    (["encode", "log_syslog"], '{"sevrity": 1}', 2, "", E + "log_syslog: sevrity: no such member; did you mean severity?"),
     (["encode", "log_syslog"], '{"severity": "LOUD"}', 2, "",
      E + "log_syslog: severity: 'LOUD' is no constant of enum mivo_syslog_sev_e"),
     (["encode", "log_syslog"], '{"tgt_eid": {"tsi": [{"instance": -1}]}}', 2, "",

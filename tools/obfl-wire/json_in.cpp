@@ -1,4 +1,7 @@
-// JSON text in: the parser's document, with what it would let pass refused.
+// JSON text in: the parser's document, with what it would let pass refused
+// (a key given twice, nesting deeper than any record), and values shown
+// briefly in one-line messages.
+#include <algorithm>
 #include <set>
 #include <stdexcept>
 
@@ -7,34 +10,126 @@
 namespace obfl_wire {
 namespace {
 
-// Thrown from the parser's callback: the key given twice.
+// Thrown from the parser: the key given twice.
 struct duplicate_key : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The parser's own document builder, refusing a key given twice in one
+// object, which it would let replace the first value.
+class json_checker : public nlohmann::detail::json_sax_dom_parser<json> {
+    using base = nlohmann::detail::json_sax_dom_parser<json>;
+
+public:
+    explicit json_checker(json &out) : base(out) {}
+    bool start_object(std::size_t n)
+    {
+        if (open_.size() == depth_) {
+            open_.emplace_back();
+        }
+        open_[depth_].few.clear();
+        open_[depth_].many.clear();
+        ++depth_;
+        return base::start_object(n);
+    }
+    bool end_object()
+    {
+        --depth_;
+        return base::end_object();
+    }
+    bool key(std::string &k)
+    {
+        keys &seen = open_[depth_ - 1];
+        // A record has a few members: a list, then a set once there are many.
+        const bool again = seen.many.empty() ? std::find(seen.few.begin(), seen.few.end(), k) != seen.few.end()
+                                             : !seen.many.insert(k).second;
+        if (again) {
+            throw duplicate_key(k);
+        }
+        if (seen.many.empty()) {
+            seen.few.push_back(k);
+            if (seen.few.size() > 32) {
+                seen.many.insert(seen.few.begin(), seen.few.end());
+            }
+        }
+        return base::key(k);
+    }
+
+private:
+    struct keys {
+        std::vector<std::string> few;
+        std::set<std::string> many;
+    };
+    std::vector<keys> open_; // per open object, reused
+    size_t depth_ = 0;
+};
+
+// "line 2, column 7" of text[at].
+std::string place(std::string_view text, size_t at)
+{
+    size_t line = 1, column = 1;
+    for (size_t i = 0; i < at; ++i) {
+        line += text[i] == '\n' ? 1 : 0;
+        column = text[i] == '\n' ? 1 : column + 1;
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+void append_brief(std::string &out, const json &v, size_t limit, unsigned depth)
+{
+    if (out.size() > limit) {
+        return;
+    }
+    if (v.is_string()) {
+        const std::string &s = v.get_ref<const std::string &>();
+        append_json_string(out, std::string_view(s).substr(0, limit - out.size() + 1));
+    } else if (v.is_object() || v.is_array()) {
+        out += v.is_object() ? '{' : '[';
+        bool first = true;
+        for (auto it = v.begin(); it != v.end() && out.size() <= limit; ++it) {
+            out += first ? "" : ",";
+            first = false;
+            if (v.is_object()) {
+                append_json_string(out, std::string_view(it.key()).substr(0, limit - out.size() + 1));
+                out += ':';
+            }
+            if (depth < json_depth_limit) {
+                append_brief(out, it.value(), limit, depth + 1);
+            }
+        }
+        out += v.is_object() ? '}' : ']';
+    } else {
+        out += v.dump();
+    }
+}
+
 } // namespace
+
+std::string brief(const json &value, size_t limit)
+{
+    std::string out;
+    append_brief(out, value, limit, 0);
+    return shortened(std::move(out), limit);
+}
 
 bool parse_json(std::string_view text, json &out, std::string &error)
 {
-    // One set of keys per open object; a repeated key would silently replace
-    // the first value, so it is refused instead.
-    std::vector<std::set<std::string>> keys;
-    const auto check = [&](int, json::parse_event_t event, json &parsed) {
-        if (event == json::parse_event_t::object_start) {
-            keys.emplace_back();
-        } else if (event == json::parse_event_t::object_end) {
-            keys.pop_back();
-        } else if (event == json::parse_event_t::key &&
-                   !keys.back().insert(parsed.get_ref<const std::string &>()).second) {
-            throw duplicate_key(parsed.get_ref<const std::string &>());
+    // The parser itself nests without bound, but the values it returns are
+    // walked recursively; no record nests deeper than a few levels.
+    json_scan scan;
+    for (size_t i = 0; i < text.size(); ++i) {
+        scan.step(text[i]);
+        if (scan.depth > json_depth_limit) {
+            error = place(text, i) + ": nested deeper than " + std::to_string(json_depth_limit) + " levels";
+            return false;
         }
-        return true;
-    };
+    }
+    json_checker sax(out);
     try {
-        out = json::parse(text.begin(), text.end(), check);
+        json::sax_parse(text.begin(), text.end(), &sax);
         return true;
     } catch (const duplicate_key &e) {
-        error = std::string("key '") + e.what() + "' given twice in one object";
+        error = "key '" + shortened(std::string(e.what()), 60) + "' given twice in one object";
     } catch (const json::parse_error &e) {
         // "[json.exception.parse_error.101] parse error at line 1, column 9: ..." -> "line 1, column 9: ..."
         const std::string what = e.what();
