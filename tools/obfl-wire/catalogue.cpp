@@ -8,6 +8,7 @@
 #include "record_reader.hpp"
 #include "record_writer.hpp"
 #include "schema.hpp"
+#include "unknown.hpp"
 
 namespace obfl_wire {
 namespace {
@@ -60,6 +61,10 @@ std::string describe_entry()
             at += std::snprintf(line + at, sizeof line - static_cast<size_t>(at), " %02X", key[i]);
         }
         out += line;
+        if constexpr (std::is_enum_v<element_t<R, F>>) {
+            out += at < 60 ? std::string(static_cast<size_t>(60 - at), ' ') : " ";
+            out += enum_info<element_t<R, F>>::name;
+        }
         out += '\n';
     });
     return out;
@@ -122,6 +127,9 @@ bool message::encode(const json &in, const json_options &o, std::vector<uint8_t>
     }
     std::vector<uint8_t> bytes(codec->encode(&r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
     codec->encode(&r, bytes.data(), bytes.size(), nullptr, nullptr, MIVO_FLAGS_NONE);
+    if (has_unknown(in) && !write_unknown(bytes, fns->schema(), in, o, error)) {
+        return false;
+    }
     out = std::move(bytes);
     return true;
 }
