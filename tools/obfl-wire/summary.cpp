@@ -139,7 +139,8 @@ json summary::document() const
             }
         } else if (m.numbers) {
             // Numbers as decode writes them: 64-bit values as decimal strings.
-            const auto number = [&](const std::string &s) { return m.wide ? json(s) : json::parse(s); };
+            const bool wide = m.wide;
+            const auto number = [&](const std::string &s) { return wide ? json(s) : json::parse(s); };
             j["min"] = number(m.is_signed ? std::to_string(m.smin) : std::to_string(m.umin));
             j["max"] = number(m.is_signed ? std::to_string(m.smax) : std::to_string(m.umax));
             j["first"] = number(m.first);
@@ -192,10 +193,10 @@ std::string summary::text() const
         std::string what;
         if (j.contains("values")) {
             for (auto it = j["values"].begin(); it != j["values"].end(); ++it) {
-                what += (what.empty() ? "" : ", ") + it.key() + " " + it.value().dump();
+                what += (what.empty() ? "" : ", ") + it.key() + ": " + it.value().dump();
             }
             if (j.contains("other_values")) {
-                what += ", other values " + j["other_values"].dump();
+                what += ", other values: " + j["other_values"].dump();
             }
         } else if (j.contains("min")) {
             const auto plain = [](const json &v) { return v.is_string() ? v.get<std::string>() : v.dump(); };
@@ -205,13 +206,16 @@ std::string summary::text() const
             }
         }
         if (path == "seq_num") {
+            // Gaps as the ranges of numbers missing: "2 gaps, 9 missing: 4-6, 6-11".
             what += "; " + (seq_.gaps == 0 ? std::string("no gaps")
-                                           : std::to_string(seq_.gaps) + (seq_.gaps == 1 ? " gap (" : " gaps (") +
+                                           : std::to_string(seq_.gaps) + (seq_.gaps == 1 ? " gap, " : " gaps, ") +
                                                  std::to_string(seq_.missing) + " missing");
             for (size_t i = 0; i < seq_.gap_list.size(); ++i) {
-                what += (i == 0 ? ": after " : ", ") + std::to_string(seq_.gap_list[i].first);
+                const auto [after, missing] = seq_.gap_list[i];
+                what += (i == 0 ? ": " : ", ") + std::to_string(after + 1) +
+                        (missing == 1 ? "" : "-" + std::to_string(after + missing));
             }
-            what += seq_.gaps > seq_.gap_list.size() ? ", ...)" : seq_.gaps != 0 ? ")" : "";
+            what += seq_.gaps > seq_.gap_list.size() ? ", ..." : "";
             const auto list = [&](uint64_t n, const std::vector<uint64_t> &l, const char *one, const char *many) {
                 std::string s = n == 0 ? std::string("no ") + many : std::to_string(n) + " " + (n == 1 ? one : many);
                 for (size_t i = 0; i < l.size(); ++i) {
