@@ -135,6 +135,13 @@ bool parse_json(std::string_view text, json &out, std::string &error)
         const std::string what = e.what();
         const size_t at = what.find(" at line ");
         error = at == std::string::npos ? what : what.substr(at + 4);
+        // "...; last read: '<the token so far>'" may quote a whole line of input.
+        if (const size_t read = error.find("; last read: '"); read != std::string::npos) {
+            const size_t from = read + 14;
+            size_t end = error.find("'; expected", from);
+            end = end != std::string::npos ? end : error.rfind('\'') > from ? error.rfind('\'') : error.size();
+            error = error.substr(0, from) + shortened(error.substr(from, end - from), 40) + error.substr(end);
+        }
     } catch (const json::exception &e) {
         // A number too large for a double ("1e400"): "[json.exception.out_of_range.406] number overflow ..."
         const std::string what = e.what();
