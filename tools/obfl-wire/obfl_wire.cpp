@@ -91,17 +91,31 @@ const message &lookup(const std::string &name)
     return *m;
 }
 
+// One message's bytes: read from text, or with --binary the input itself
+// (not copied: a message may be most of the memory the tool uses).
+struct wire_bytes {
+    std::vector<uint8_t> owned;
+    std::span<const uint8_t> view;
+    wire_bytes() = default;
+    wire_bytes(const wire_bytes &) = delete;
+    wire_bytes(wire_bytes &&) = default; // the view goes with the owned block
+    operator std::span<const uint8_t>() const { return view; }
+};
+
 // One message's bytes from its text: hex as people paste it, base64, or raw.
-std::vector<uint8_t> bytes_of(const settings &s, std::string_view text, size_t first_line = 1)
+wire_bytes bytes_of(const settings &s, std::string_view text, size_t first_line = 1)
 {
+    wire_bytes bytes;
     if (s.binary) {
-        return {text.begin(), text.end()};
+        bytes.view = {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+        return bytes;
     }
-    std::vector<uint8_t> bytes;
     std::string error;
-    if (!(s.base64 ? bytes_from_base64(text, bytes, error, first_line) : bytes_from_text(text, bytes, error, first_line))) {
+    if (!(s.base64 ? bytes_from_base64(text, bytes.owned, error, first_line)
+                   : bytes_from_text(text, bytes.owned, error, first_line))) {
         throw failure{refused, "input is not " + std::string(s.base64 ? "base64" : "hex") + ": " + error};
     }
+    bytes.view = bytes.owned;
     return bytes;
 }
 
@@ -361,7 +375,7 @@ std::vector<uint8_t> single_message(const settings &s, const std::string &file, 
     if (empty) {
         throw failure{not_decoded, std::string("no bytes to ") + what + ": the input is empty"};
     }
-    return bytes;
+    return {bytes.view.begin(), bytes.view.end()};
 }
 
 void guess(const settings &s, output &out)
@@ -541,7 +555,7 @@ void list(const settings &s, output &out)
 std::string usage_line(const CLI::App &app, const CLI::ParseError &e, int argc, char **argv)
 {
     std::string what = e.what();
-    if (!what.empty() && what[0] >= 'A' && what[0] <= 'Z') {
+    if (what.size() > 1 && what[0] >= 'A' && what[0] <= 'Z' && what[1] >= 'a' && what[1] <= 'z') {
         what[0] = static_cast<char>(what[0] - 'A' + 'a');
     }
     const auto chosen = app.get_subcommands();
@@ -583,13 +597,13 @@ int run(int argc, char **argv)
         cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits instead of base64");
     };
     const auto add_wire_input = [&](CLI::App *cmd) {
-        auto *b = cmd->add_flag("--binary", s.binary, "read raw bytes instead of hex text");
-        cmd->add_flag("--base64", s.base64, "read base64 instead of hex text")->excludes(b);
+        cmd->add_flag("--binary", s.binary, "read raw bytes instead of hex text");
+        cmd->add_flag("--base64", s.base64, "read base64 instead of hex text");
         cmd->add_flag("--pretty,!--compact", s.pretty, "indent the JSON (default on a terminal)");
     };
     const auto add_streams = [&](CLI::App *cmd, const char *lines, const char *delimited, bool follow = true) {
-        auto *l = cmd->add_flag("--lines", s.lines, lines);
-        cmd->add_flag("--delimited", s.delimited, delimited)->excludes(l);
+        cmd->add_flag("--lines", s.lines, lines);
+        cmd->add_flag("--delimited", s.delimited, delimited);
         if (follow) {
             cmd->add_flag("--follow", s.follow, "at the end of FILE wait for more, as tail -f does, until interrupted");
         }
@@ -680,6 +694,18 @@ int run(int argc, char **argv)
         say(usage_line(app, e, argc, argv));
         return refused;
     }
+    for (const CLI::App *cmd : app.get_subcommands()) {
+        const auto both = [&](bool a, bool b, const char *x, const char *y) {
+            if (a && b) {
+                say(cmd->get_name() + ": " + x + " and " + y + " exclude each other (see 'obfl-wire help " +
+                    cmd->get_name() + "')");
+            }
+            return a && b;
+        };
+        if (both(s.binary, s.base64, "--binary", "--base64") || both(s.lines, s.delimited, "--lines", "--delimited")) {
+            return refused;
+        }
+    }
     try {
         int code = done;
         if (version) {
@@ -716,7 +742,9 @@ int run(int argc, char **argv)
                 throw failure{refused, "help: no command '" + shortened(s.topic, 40) + "'" +
                                            (hint.empty() ? "" : "; " + hint)};
             }
-            out.put(topic == &app ? app.help() : topic->help("obfl-wire"));
+            // The formatter itself: help() would show the help command's own text.
+            const std::string name = topic == &app ? "obfl-wire" : "obfl-wire " + topic->get_name();
+            out.put(topic->get_formatter()->make_help(topic, name, CLI::AppFormatMode::Normal));
         } else {
             say("a command is required (see 'obfl-wire help')");
             return refused;
