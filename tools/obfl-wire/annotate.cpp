@@ -77,9 +77,12 @@ struct annotator {
         const size_t start = f.offset;
         const size_t stop = std::min(nested ? start + head : f.end, input.size());
         std::string hex = to_hex(input.subspan(start, std::min(stop - start, bytes_shown)));
+        size_t shown = hex.size();
         if (stop - start > bytes_shown) {
-            hex += " \xE2\x80\xA6";
+            hex += " \xE2\x80\xA6"; // one column wide, three bytes long
+            shown += 2;
         }
+        hex.append(shown < 26 ? 26 - shown : 0, ' ');
         char key[32];
         std::snprintf(key, sizeof key, "%u %s", f.number, type_word(f.read_as));
         std::string name;
@@ -94,7 +97,7 @@ struct annotator {
             }
         }
         char line[512];
-        std::snprintf(line, sizeof line, "%6zu  %-26s %-11s %-28s %s\n", f.offset, hex.c_str(), key, name.c_str(),
+        std::snprintf(line, sizeof line, "%6zu  %s %-11s %-28s %s\n", f.offset, hex.c_str(), key, name.c_str(),
                       value(f).c_str());
         out += line;
         if (nested) {
