@@ -212,8 +212,13 @@ std::string summary::text() const
                                                  std::to_string(seq_.missing) + " missing");
             for (size_t i = 0; i < seq_.gap_list.size(); ++i) {
                 const auto [after, missing] = seq_.gap_list[i];
-                what += (i == 0 ? ": " : ", ") + std::to_string(after + 1) +
-                        (missing == 1 ? "" : "-" + std::to_string(after + missing));
+                // Appended piece by piece: GCC 12 at -O3 sees a false overlap in "-" + to_string().
+                what += i == 0 ? ": " : ", ";
+                what += std::to_string(after + 1);
+                if (missing != 1) {
+                    what += '-';
+                    what += std::to_string(after + missing);
+                }
             }
             what += seq_.gaps > seq_.gap_list.size() ? ", ..." : "";
             const auto list = [&](uint64_t n, const std::vector<uint64_t> &l, const char *one, const char *many) {
