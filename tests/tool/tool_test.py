@@ -207,6 +207,8 @@ ROWS = [
     (["encode", "log_syslog"], '{"data": [' + "1," * 100000 + "1]}", 2, "",
      E + "log_syslog: data: expected a string, got array [1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,\u2026"),
     (["encode", "log_syslog"], '{"' + "k" * 100000 + '": 1}', 2, "", E + "log_syslog: " + "k" * 37 + "\u2026: no such member"),
+    (["encode", "log_syslog"], '{"client_id": ' + "9" * 100000 + "}", 2, "",
+     E + "not JSON: number overflow parsing '" + "9" * 37 + "\u2026'"),
     # what engineers paste: dumps with offsets and gutters, C arrays, base64; errors by line and column
     (["decode", "log_syslog"], "00000000: 0801 2807 6a03 6162 63    ..(.j.abc\n", 0,
      [{"version": V1, "client_id": 7, "data": "abc"}], ""),

@@ -147,6 +147,13 @@ bool parse_json(std::string_view text, json &out, std::string &error)
         const std::string what = e.what();
         const size_t at = what.find("] ");
         error = at == std::string::npos ? what : what.substr(at + 2);
+        // "number overflow parsing '<the number>'": a number may be as long as the input.
+        const size_t open = error.find('\'');
+        const size_t close = error.rfind('\'');
+        if (open != std::string::npos && close > open) {
+            error = error.substr(0, open + 1) + shortened(error.substr(open + 1, close - open - 1), 40) +
+                    error.substr(close);
+        }
     }
     return false;
 }
