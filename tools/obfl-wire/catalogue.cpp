@@ -3,13 +3,12 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <set>
-#include <stdexcept>
 
 #include "record_json.hpp"
 #include "record_reader.hpp"
 #include "record_writer.hpp"
 #include "schema.hpp"
+#include "unknown.hpp"
 
 namespace obfl_wire {
 namespace {
@@ -62,6 +61,10 @@ std::string describe_entry()
             at += std::snprintf(line + at, sizeof line - static_cast<size_t>(at), " %02X", key[i]);
         }
         out += line;
+        if constexpr (std::is_enum_v<element_t<R, F>>) {
+            out += at < 60 ? std::string(static_cast<size_t>(60 - at), ' ') : " ";
+            out += enum_info<element_t<R, F>>::name;
+        }
         out += '\n';
     });
     return out;
@@ -87,11 +90,6 @@ namespace {
 // In catalogue order, like the catalogue table's messages, which it is paired with.
 const record_functions per_record[] = {MIVO_OBFL_MGR_CATALOGUE(OBFL_WIRE_ENTRY)};
 static_assert(std::size(per_record) == mivo_catalogue::message_count);
-
-// Thrown from the parser's callback: the key given twice.
-struct duplicate_key : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 } // namespace
 
@@ -129,6 +127,9 @@ bool message::encode(const json &in, const json_options &o, std::vector<uint8_t>
     }
     std::vector<uint8_t> bytes(codec->encode(&r, nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE));
     codec->encode(&r, bytes.data(), bytes.size(), nullptr, nullptr, MIVO_FLAGS_NONE);
+    if (has_unknown(in) && !write_unknown(bytes, fns->schema(), in, o, error)) {
+        return false;
+    }
     out = std::move(bytes);
     return true;
 }
@@ -171,52 +172,5 @@ json message::to_json(const void *record, const json_options &o) const
 
 std::string message::describe() const { return fns->describe(); }
 const record_schema &message::schema() const { return fns->schema(); }
-
-std::string result_name(int result)
-{
-    switch (result) {
-    case MIVO_NO_ERROR: return "MIVO_NO_ERROR";
-    case MIVO_ERROR_GARBLED: return "MIVO_ERROR_GARBLED";
-    case MIVO_ERROR_UNSUPPORTED: return "MIVO_ERROR_UNSUPPORTED";
-    case MIVO_ERROR_WRONG_TYPE: return "MIVO_ERROR_WRONG_TYPE";
-    case MIVO_ERROR_ALLOC_FAILED: return "MIVO_ERROR_ALLOC_FAILED";
-    default: return "result " + std::to_string(result) + " from the entity identifier codec";
-    }
-}
-
-bool parse_json(std::string_view text, json &out, std::string &error)
-{
-    // One set of keys per open object; a repeated key would silently replace
-    // the first value, so it is refused instead.
-    std::vector<std::set<std::string>> keys;
-    const auto check = [&](int, json::parse_event_t event, json &parsed) {
-        if (event == json::parse_event_t::object_start) {
-            keys.emplace_back();
-        } else if (event == json::parse_event_t::object_end) {
-            keys.pop_back();
-        } else if (event == json::parse_event_t::key &&
-                   !keys.back().insert(parsed.get_ref<const std::string &>()).second) {
-            throw duplicate_key(parsed.get_ref<const std::string &>());
-        }
-        return true;
-    };
-    try {
-        out = json::parse(text.begin(), text.end(), check);
-        return true;
-    } catch (const duplicate_key &e) {
-        error = std::string("key '") + e.what() + "' given twice in one object";
-    } catch (const json::parse_error &e) {
-        // "[json.exception.parse_error.101] parse error at line 1, column 9: ..." -> "line 1, column 9: ..."
-        const std::string what = e.what();
-        const size_t at = what.find(" at line ");
-        error = at == std::string::npos ? what : what.substr(at + 4);
-    } catch (const json::exception &e) {
-        // A number too large for a double ("1e400"): "[json.exception.out_of_range.406] number overflow ..."
-        const std::string what = e.what();
-        const size_t at = what.find("] ");
-        error = at == std::string::npos ? what : what.substr(at + 2);
-    }
-    return false;
-}
 
 } // namespace obfl_wire

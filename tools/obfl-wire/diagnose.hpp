@@ -1,6 +1,9 @@
 // What a decode let pass, and where a failed one stopped: the tolerances of
-// the decoders (unknown fields skipped, a skip that runs past the end, a
-// string cut at a NUL, bytes that are not UTF-8) made visible.
+// the decoders made visible. Unknown fields skipped (field number 0 among
+// them), a skip that runs past the end, a varint over ten bytes, a number,
+// length or key with more bits than its read keeps, a run element whose key
+// says another wire type, a member given again, a string cut at a NUL, bytes
+// that are not UTF-8.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +15,13 @@ namespace obfl_wire {
 
 struct record_schema; // schema.hpp
 
-// One line per thing tolerated in bytes that decoded as this record.
-std::vector<std::string> tolerated(std::span<const uint8_t> bytes, const record_schema &schema);
+struct note {
+    std::string text;    // "client_id at byte 0: ..."
+    bool misfit = false; // a value its member could not hold as sent
+};
+
+// One note per thing tolerated in bytes that decoded as this record.
+std::vector<note> tolerated(std::span<const uint8_t> bytes, const record_schema &schema);
 // "at byte 4 in data: length 5 runs past the end of the input (1 bytes left)";
 // empty when the walk finds nothing the decoder would refuse.
 std::string failure_place(std::span<const uint8_t> bytes, const record_schema &schema);

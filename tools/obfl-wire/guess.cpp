@@ -11,14 +11,19 @@ std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const 
 {
     std::vector<candidate> found;
     for (const message &m : messages()) {
-        candidate c{&m, 0, 0, 0, false, {}};
+        candidate c{&m, 0, 0, 0, 0, 0, false, {}};
         if (m.decode(bytes, shared, options, c.record, &c.members_filled, &c.named_values) == MIVO_NO_ERROR) {
             c.bytes_skipped = bytes_skipped(bytes, m.schema());
+            for (const note &n : tolerated(bytes, m.schema())) {
+                ++c.warnings;
+                c.misfits += n.misfit ? 1 : 0;
+            }
             found.push_back(std::move(c));
         }
     }
     const auto evidence = [](const candidate &c) {
-        return std::tuple(-static_cast<long>(c.members_filled), c.bytes_skipped, -static_cast<long>(c.named_values));
+        return std::tuple(c.misfits, -static_cast<long>(c.members_filled), c.warnings, c.bytes_skipped,
+                          -static_cast<long>(c.named_values));
     };
     std::stable_sort(found.begin(), found.end(), [&](const candidate &a, const candidate &b) {
         if (evidence(a) != evidence(b)) {

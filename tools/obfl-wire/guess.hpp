@@ -9,14 +9,18 @@
 
 namespace obfl_wire {
 
-// Ranked by most members filled, then fewest bytes skipped as fields the
-// record does not define, then most enumeration members holding a named
-// constant, then fewest members in the record; ties keep catalogue order.
+// Ranked by fewest values that do not fit their member (a number wider than
+// it, a boolean neither 0 nor 1, ...), then most members filled, then fewest
+// decode warnings, then fewest bytes skipped as fields the record does not
+// define, then most enumeration members holding a named constant, then
+// fewest members in the record; ties keep catalogue order.
 struct candidate {
     const message *msg;
     unsigned members_filled;
     size_t bytes_skipped;
     unsigned named_values;
+    unsigned warnings;
+    unsigned misfits;
     bool tie; // as good as the best on everything the bytes tell (all but the record's size)
     std::string record; // the record's JSON as that message
 };

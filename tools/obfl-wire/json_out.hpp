@@ -58,7 +58,7 @@ private:
             if (!first_.back()) {
                 out_ += ',';
             }
-            first_.back() = false;
+            first_.back() = 0;
             indent(first_.size());
         }
     }
@@ -66,7 +66,7 @@ private:
     {
         before_value();
         out_ += c;
-        first_.push_back(true);
+        first_.push_back(1);
     }
     void close(char c)
     {
@@ -88,7 +88,7 @@ private:
     std::string &out_;
     bool pretty_;
     bool after_key_ = false;
-    std::vector<bool> first_; // per open container: nothing written in it yet
+    std::vector<char> first_; // per open container: nothing written in it yet
 };
 
 } // namespace obfl_wire

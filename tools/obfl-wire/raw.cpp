@@ -1,25 +1,14 @@
 #include "raw.hpp"
 
 #include "json_out.hpp"
-#include "wire_walk.hpp"
 
 namespace obfl_wire {
 namespace {
 
-// Nested fields beyond this depth are shown as bytes: input of a few bytes
-// per level could otherwise nest deep enough to exhaust the stack.
+// Nested fields beyond this depth are shown as bytes (and groups refused):
+// input of a few bytes per level could otherwise nest deep enough to exhaust
+// the stack.
 constexpr unsigned max_depth = 32;
-
-// Whether bytes are whole fields with numbers from 1, as a nested message's are.
-bool is_message(std::span<const uint8_t> bytes, size_t base)
-{
-    wire_fault fault;
-    bool whole = !bytes.empty();
-    whole = whole && walk(bytes, base, nullptr, [&](const wire_field &f) {
-        whole = whole && f.number != 0 && f.end <= base + bytes.size() && f.type != 3 && f.type != 4;
-    }, fault) && whole;
-    return whole;
-}
 
 bool is_text(std::string_view s)
 {
@@ -31,56 +20,166 @@ bool is_text(std::string_view s)
     return valid_utf8(s);
 }
 
-struct raw_writer {
-    json_out out;
-    const json_options &options;
+struct raw_reader {
     std::span<const uint8_t> input;
+    const json_options &options;
+    std::string error;
 
-    void fields(std::span<const uint8_t> bytes, size_t base, unsigned depth)
+    bool fail(size_t at, const std::string &what)
     {
-        wire_fault fault;
-        out.begin_array();
-        walk(bytes, base, nullptr, [&](const wire_field &f) { field(f, depth); }, fault);
-        out.end_array();
+        error = "at byte " + std::to_string(at) + ": " + what;
+        return false;
     }
 
-    void field(const wire_field &f, unsigned depth)
+    // A varint of at most ten bytes and 64 bits at pos, below end; a fault
+    // is told at the field's offset.
+    bool varint(size_t &pos, size_t end, uint64_t &value, const char *what, size_t start)
     {
-        out.begin_object();
-        out.key("field");
-        out.number(f.number);
-        out.key("wire_type");
-        out.number(f.type);
-        out.key("offset");
-        out.number(f.offset);
-        if (f.type == 0) {
-            out.key("varint");
-            out.number(f.value);
-            // The pattern of a negative 32-bit number: five bytes, or ten sign-extended.
-            if ((f.value >= 0x80000000u && f.value <= 0xFFFFFFFFu) || f.value >= 0xFFFFFFFF80000000u) {
-                out.key("int32");
-                out.number(static_cast<int32_t>(static_cast<uint32_t>(f.value)));
+        value = 0;
+        for (unsigned i = 0;; ++i) {
+            if (pos >= end) {
+                return fail(start, std::string(what) + " runs past the end of the input");
             }
-        } else if (f.type == 1 || f.type == 5) {
-            out.key(f.type == 1 ? "fixed64" : "fixed32");
-            out.number(f.value);
-        } else if (f.type == 2) {
-            const size_t at = static_cast<size_t>(f.payload.data() - input.data());
-            const std::string_view s(reinterpret_cast<const char *>(f.payload.data()), f.payload.size());
-            if (depth < max_depth && is_message(f.payload, at)) {
+            if (i == 10) {
+                return fail(start, std::string(what) + " is longer than ten bytes");
+            }
+            const uint64_t group = input[pos] & 0x7Fu;
+            if (i == 9 && group > 1) {
+                return fail(start, std::string(what) + " holds more than 64 bits");
+            }
+            value |= group << (7 * i);
+            if ((input[pos++] & 0x80u) == 0) {
+                return true;
+            }
+        }
+    }
+
+    // The fields from pos to end as a JSON array, or up to the end of group
+    // `group` (0: none open).
+    bool fields(json_out &out, size_t &pos, size_t end, uint32_t group, size_t group_at, unsigned depth)
+    {
+        out.begin_array();
+        while (pos < end) {
+            const size_t at = pos;
+            uint64_t key;
+            if (!varint(pos, end, key, "the key", at)) {
+                return false;
+            }
+            if (key > UINT32_MAX) {
+                return fail(at, "the key holds more than 32 bits");
+            }
+            const auto number = static_cast<uint32_t>(key >> 3);
+            const auto type = static_cast<unsigned>(key & 7);
+            if (number == 0) {
+                return fail(at, "field number 0 is not valid");
+            }
+            if (type == 6 || type == 7) {
+                return fail(at, "wire type " + std::to_string(type) + " is not valid");
+            }
+            if (type == 4) {
+                if (number != group) {
+                    return fail(at, "the end of group " + std::to_string(number) + " without its start");
+                }
+                out.end_array();
+                return true;
+            }
+            out.begin_object();
+            out.key("field");
+            out.number(number);
+            out.key("wire_type");
+            out.number(type);
+            out.key("offset");
+            out.number(at);
+            if (!value(out, pos, end, number, type, at, depth)) {
+                return false;
+            }
+            out.end_object();
+        }
+        if (group != 0) {
+            return fail(group_at, "group " + std::to_string(group) + " has no end");
+        }
+        out.end_array();
+        return true;
+    }
+
+    bool value(json_out &out, size_t &pos, size_t end, uint32_t number, unsigned type, size_t at, unsigned depth)
+    {
+        if (type == 0) {
+            uint64_t v;
+            if (!varint(pos, end, v, "the varint", at)) {
+                return false;
+            }
+            decimal(out, "varint", v);
+            // The pattern of a negative 32-bit number: five bytes, or ten sign-extended.
+            if ((v >= 0x80000000u && v <= 0xFFFFFFFFu) || v >= 0xFFFFFFFF80000000u) {
+                out.key("int32");
+                out.number(static_cast<int32_t>(static_cast<uint32_t>(v)));
+            }
+        } else if (type == 1 || type == 5) {
+            const size_t width = type == 1 ? 8 : 4;
+            if (end - pos < width) {
+                return fail(at, std::string(type == 1 ? "the fixed64" : "the fixed32") +
+                                    " value runs past the end of the input");
+            }
+            uint64_t v = 0;
+            for (size_t i = width; i-- > 0;) {
+                v = v << 8 | input[pos + i];
+            }
+            pos += width;
+            if (type == 1) {
+                decimal(out, "fixed64", v);
+            } else {
+                out.key("fixed32");
+                out.number(v);
+            }
+        } else if (type == 2) {
+            uint64_t length;
+            if (!varint(pos, end, length, "the length", at)) {
+                return false;
+            }
+            if (length > end - pos) {
+                return fail(at, "length " + std::to_string(length) + " runs past the end of the input (" +
+                                    std::to_string(end - pos) + " bytes left)");
+            }
+            const auto payload = input.subspan(pos, static_cast<size_t>(length));
+            pos += static_cast<size_t>(length);
+            // A nested message where the bytes are one, as protoc --decode_raw shows them.
+            std::string nested;
+            json_out inner(nested, false);
+            size_t p = static_cast<size_t>(payload.data() - input.data());
+            const std::string kept = error;
+            if (!payload.empty() && depth < max_depth && fields(inner, p, p + payload.size(), 0, 0, depth + 1)) {
                 out.key("message");
-                fields(f.payload, at, depth + 1);
-            } else if (is_text(s)) {
+                out.literal(nested);
+                return true;
+            }
+            error = kept;
+            const std::string_view s(reinterpret_cast<const char *>(payload.data()), payload.size());
+            if (is_text(s)) {
                 out.key("string");
                 out.string(s);
             } else {
                 out.key("bytes");
                 out.literal("\"");
-                options.hex_bytes ? append_plain_hex(out.text(), f.payload) : append_base64(out.text(), f.payload);
+                options.hex_bytes ? append_plain_hex(out.text(), payload) : append_base64(out.text(), payload);
                 out.text() += '"';
             }
+        } else {
+            if (depth >= max_depth) {
+                return fail(at, "groups nested deeper than " + std::to_string(max_depth) + " levels");
+            }
+            out.key("group");
+            return fields(out, pos, end, number, at, depth + 1);
         }
-        out.end_object();
+        return true;
+    }
+
+    static void decimal(json_out &out, const char *key, uint64_t v)
+    {
+        char b[24];
+        const auto e = std::to_chars(b, b + sizeof b, v).ptr;
+        out.key(key);
+        out.string(std::string_view(b, static_cast<size_t>(e - b)));
     }
 };
 
@@ -88,21 +187,15 @@ struct raw_writer {
 
 bool raw_json(std::span<const uint8_t> bytes, const json_options &options, std::string &out, std::string &error)
 {
-    wire_fault fault;
-    bool whole = walk(bytes, 0, nullptr, [&](const wire_field &f) {
-        if (error.empty() && f.end > bytes.size()) {
-            error = "at byte " + std::to_string(f.offset) + ": field " + std::to_string(f.number) + " runs " +
-                    std::to_string(f.end - bytes.size()) + " bytes past the end of the input";
-        }
-    }, fault);
-    if (!whole) {
-        error = "at byte " + std::to_string(fault.offset) + ": " + fault.what;
-    }
-    if (!error.empty()) {
+    raw_reader r{bytes, options, {}};
+    std::string text;
+    json_out j(text, false);
+    size_t pos = 0;
+    if (!r.fields(j, pos, bytes.size(), 0, 0, 0)) {
+        error = r.error;
         return false;
     }
-    raw_writer w{json_out(out, options.pretty), options, bytes};
-    w.fields(bytes, 0, 0);
+    out += options.pretty ? json::parse(text).dump(2) : text;
     return true;
 }
 

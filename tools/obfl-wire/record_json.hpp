@@ -55,6 +55,10 @@ struct record_schema;
 // The JSON side of one record type, filled in per record by the entry table.
 struct record_functions;
 
+// The key under which decode --keep-unknown lists a record's unknown fields
+// (unknown.hpp); no member's name starts with an underscore.
+inline constexpr std::string_view unknown_key = "_unknown";
+
 // One message of the catalogue: its codec entry points (the catalogue
 // table's) and the JSON conversions of its record. The record-level calls
 // take a pointer to the message's own record, struct mivo_<name>.
@@ -65,7 +69,8 @@ struct message {
     std::string_view name() const { return codec->name; } // without the mivo_ prefix: "log_syslog"
     unsigned member_count() const { return codec->member_count; }
 
-    // JSON -> wire bytes, measured first and then written. On a refused
+    // JSON -> wire bytes, measured first and then written, with the fields
+    // of any "_unknown" list after their record's (unknown.hpp). On a refused
     // value returns false with "member: problem" in error (a nested member
     // as "tgt_eid.tsi[0].type") and leaves out untouched.
     bool encode(const json &in, const json_options &options, std::vector<uint8_t> &out, std::string &error) const;
@@ -99,8 +104,35 @@ std::string proto_schema();
 // MIVO_ERROR_GARBLED and its kin; the identifier codec's own codes by number.
 std::string result_name(int result);
 
-// JSON text -> document. Refuses a key given twice in one object; on failure
-// error says where ("line 1, column 9: ...").
+// JSON text -> document. Refuses a key given twice in one object and
+// nesting deeper than json_depth_limit; on failure error says where ("line 1,
+// column 9: ...").
 bool parse_json(std::string_view text, json &out, std::string &error);
+inline constexpr unsigned json_depth_limit = 64;
+
+// Brackets outside strings, fed one character at a time: where a JSON text
+// ends, and how deep it nests.
+struct json_scan {
+    unsigned depth = 0;
+    bool in_string = false;
+    bool escaped = false;
+    void step(char c)
+    {
+        if (in_string) {
+            in_string = escaped || c != '"';
+            escaped = !escaped && c == '\\';
+        } else if (c == '"') {
+            in_string = true;
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']') && depth > 0) {
+            --depth;
+        }
+    }
+};
+
+// A value for a one-line message: compact JSON of at most limit bytes, cut
+// with an ellipsis.
+std::string brief(const json &value, size_t limit = 40);
 
 } // namespace obfl_wire

@@ -2,12 +2,14 @@
 // and range, refused with the member's path and the reason.
 #pragma once
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <new>
 
 #include "names.hpp"
 #include "record_json.hpp"
+#include "suggest.hpp"
 
 namespace obfl_wire {
 
@@ -38,7 +40,8 @@ struct reader {
         using limits = std::numeric_limits<std::conditional_t<std::is_enum_v<V>, uint32_t, V>>;
         bool negative = false;
         uint64_t magnitude = 0;
-        std::string shown = v.dump();
+        // The value as the message shows it, made only for a message.
+        const auto shown = [&] { return v.is_string() ? shortened(v.get<std::string>(), 40) : brief(v); };
         if (v.is_number_unsigned()) {
             magnitude = v.get<uint64_t>();
         } else if (v.is_number_integer()) {
@@ -48,37 +51,36 @@ struct reader {
         } else if (v.is_number_float()) {
             const double d = v.get<double>();
             if (!std::isfinite(d) || d != std::floor(d)) {
-                return fail(path, shown + " is a fraction, not an integer");
+                return fail(path, shown() + " is a fraction, not an integer");
             }
             negative = d < 0;
             if (std::fabs(d) >= 18446744073709551616.0) {
-                return fail(path, shown + " is out of range for " + scalar_name<V>());
+                return fail(path, shown() + " is out of range for " + scalar_name<V>());
             }
             magnitude = static_cast<uint64_t>(std::fabs(d));
         } else if (v.is_string()) {
             const std::string &s = v.get_ref<const std::string &>();
-            shown = s;
             size_t i = 0;
             negative = !s.empty() && s[0] == '-';
             i = negative ? 1 : 0;
             if (i == s.size()) {
-                return fail(path, "'" + s + "' is not a number");
+                return fail(path, "'" + shown() + "' is not a number");
             }
             for (; i < s.size(); ++i) {
                 if (s[i] < '0' || s[i] > '9') {
-                    return fail(path, "'" + s + "' is not a number");
+                    return fail(path, "'" + shown() + "' is not a number");
                 }
                 const unsigned digit = static_cast<unsigned>(s[i] - '0');
                 if (magnitude > (UINT64_MAX - digit) / 10) {
-                    return fail(path, s + " is out of range for " + scalar_name<V>());
+                    return fail(path, shown() + " is out of range for " + scalar_name<V>());
                 }
                 magnitude = magnitude * 10 + digit;
             }
         } else {
-            return fail(path, std::string("expected a number, got ") + v.type_name() + " " + shown);
+            return fail(path, std::string("expected a number, got ") + v.type_name() + " " + shown());
         }
         const auto range = [&] {
-            return shown + " is out of range for " + scalar_name<V>() + " (" + std::to_string(limits::min()) +
+            return shown() + " is out of range for " + scalar_name<V>() + " (" + std::to_string(limits::min()) +
                    " to " + std::to_string(limits::max()) + ")";
         };
         if constexpr (limits::is_signed) {
@@ -88,7 +90,7 @@ struct reader {
             out = static_cast<V>(negative ? -static_cast<int64_t>(magnitude) : static_cast<int64_t>(magnitude));
         } else {
             if (negative && magnitude != 0) {
-                return fail(path, shown + " is negative, but " + scalar_name<V>() + " is unsigned");
+                return fail(path, shown() + " is negative, but " + scalar_name<V>() + " is unsigned");
             }
             if (magnitude > uint64_t{limits::max()}) {
                 return fail(path, range());
@@ -105,26 +107,47 @@ struct reader {
                                v.get_ref<const std::string &>().find_first_not_of("-0123456789") == std::string::npos)) {
             return integer(v, path, out);
         }
+        // A full name or a tail after an underscore ("CRITICAL"), case aside.
         const std::string &name = v.get_ref<const std::string &>();
-        const constant *found = nullptr;
-        unsigned tails = 0;
+        const auto same = [](std::string_view a, std::string_view b) {
+            return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+                       return (x >= 'a' && x <= 'z' ? x - 32 : x) == (y >= 'a' && y <= 'z' ? y - 32 : y);
+                   });
+        };
+        std::vector<const constant *> tails;
         for (const constant &c : enum_info<V>::constants) {
             const std::string_view full = c.name;
-            if (full == name) {
+            if (same(full, name)) {
                 out = static_cast<V>(c.value);
                 return true;
             }
-            if (full.size() > name.size() && full.ends_with(name) && full[full.size() - name.size() - 1] == '_') {
-                found = &c;
-                ++tails;
+            if (full.size() > name.size() && same(full.substr(full.size() - name.size()), name) &&
+                full[full.size() - name.size() - 1] == '_') {
+                tails.push_back(&c);
             }
         }
-        if (tails == 1) {
-            out = static_cast<V>(found->value);
+        if (tails.size() == 1) {
+            out = static_cast<V>(tails[0]->value);
             return true;
         }
-        return fail(path, "'" + name + "' is " + (tails > 1 ? "ambiguous among" : "no constant of") + " enum " +
-                              enum_info<V>::name);
+        const std::string shown = "'" + shortened(name, 40) + "' ";
+        if (tails.size() > 1) {
+            std::string list;
+            for (const constant *c : tails) {
+                list += (list.empty() ? "" : ", ") + std::string(c->name);
+            }
+            return fail(path, shown + "is ambiguous in enum " + enum_info<V>::name + ": " + list);
+        }
+        std::vector<std::string_view> names; // full names and every tail, for a suggestion
+        for (const constant &c : enum_info<V>::constants) {
+            const std::string_view full = c.name;
+            names.push_back(full);
+            for (size_t at = full.find('_'); at != std::string_view::npos; at = full.find('_', at + 1)) {
+                names.push_back(full.substr(at + 1));
+            }
+        }
+        const std::string hint = did_you_mean(name, names);
+        return fail(path, shown + "is no constant of enum " + enum_info<V>::name + (hint.empty() ? "" : "; " + hint));
     }
 
     template <class F, class V>
@@ -133,7 +156,7 @@ struct reader {
         constexpr auto e = F::kind::elem;
         if constexpr (e == element::string) {
             if (!v.is_string()) {
-                return fail(path, std::string("expected a string, got ") + v.type_name() + " " + v.dump());
+                return fail(path, std::string("expected a string, got ") + v.type_name() + " " + brief(v));
             }
             const std::string &s = v.get_ref<const std::string &>();
             if (s.find('\0') != std::string::npos) {
@@ -146,13 +169,13 @@ struct reader {
         } else if constexpr (e == element::bytes) {
             if (!v.is_string()) {
                 return fail(path, std::string("expected a ") + (options.hex_bytes ? "hex" : "base64") +
-                                      " string, got " + v.type_name() + " " + v.dump());
+                                      " string, got " + v.type_name() + " " + brief(v));
             }
             const std::string &s = v.get_ref<const std::string &>();
             std::vector<uint8_t> hex_bytes;
             auto &block = mem.blocks.emplace_back();
             if (options.hex_bytes ? !parse_hex(s, hex_bytes) : !from_base64(s, block)) {
-                return fail(path, "'" + s + "' is not " + (options.hex_bytes ? "hex" : "base64"));
+                return fail(path, "'" + shortened(s, 40) + "' is not " + (options.hex_bytes ? "hex" : "base64"));
             }
             if (options.hex_bytes) {
                 block.assign(hex_bytes.begin(), hex_bytes.end());
@@ -164,7 +187,7 @@ struct reader {
             return record(v, path + ".", out);
         } else if constexpr (e == element::boolean) {
             if (!v.is_boolean()) {
-                return fail(path, std::string("expected true or false, got ") + v.type_name() + " " + v.dump());
+                return fail(path, std::string("expected true or false, got ") + v.type_name() + " " + brief(v));
             }
             out = v.get<bool>() ? 1 : 0;
             return true;
@@ -184,24 +207,39 @@ struct reader {
             const std::string where = prefix.empty() ? std::string("message") : prefix.substr(0, prefix.size() - 1);
             return fail(where, std::string("expected an object, got ") + in.type_name());
         }
+        // The key each member was given under: a second spelling of one member is refused.
+        std::array<const std::string *, 32> given{};
         for (auto it = in.begin(); it != in.end(); ++it) {
             const std::string &key = it.key();
             const json &v = it.value();
+            if (key == unknown_key) {
+                continue; // written by the encoder after the record (unknown.hpp)
+            }
             bool found = false;
             bool ok = true;
             nuvex::for_each_field<R>([&]<class F>() {
-                if (found || (key != F::label && key != camel_case(F::label))) {
+                static const std::string camel = camel_case(F::label);
+                if (found || (key != F::label && key != camel)) {
                     return;
                 }
                 found = true;
-                if (v.is_null()) {
+                if (given[F::number] != nullptr) {
+                    ok = fail(prefix + F::label, "given twice, as '" + *given[F::number] + "' and as '" + key + "'");
                     return;
                 }
-                ok = member<R, F>(v, prefix + F::label, r);
+                given[F::number] = &key;
+                if (!v.is_null()) {
+                    ok = member<R, F>(v, prefix + F::label, r);
+                }
             });
             if (!found) {
-                return fail(prefix + key, "no such member" +
-                                              (prefix.empty() ? std::string() : " in " + prefix.substr(0, prefix.size() - 1)));
+                std::vector<std::string_view> names;
+                nuvex::for_each_field<R>([&]<class F>() { names.push_back(F::label); });
+                const std::string hint = did_you_mean(key, names);
+                return fail(prefix + shortened(key, 40),
+                            "no such member" +
+                                (prefix.empty() ? std::string() : " in " + prefix.substr(0, prefix.size() - 1)) +
+                                (hint.empty() ? "" : "; " + hint));
             }
             if (!ok) {
                 return false;
@@ -217,7 +255,7 @@ struct reader {
         auto &value = F::value(r);
         if constexpr (F::kind::repeated) {
             if (!v.is_array()) {
-                return fail(path, std::string("expected an array, got ") + v.type_name() + " " + v.dump());
+                return fail(path, std::string("expected an array, got ") + v.type_name() + " " + brief(v));
             }
             E *list = allocate<E>(v.size());
             for (size_t i = 0; i < v.size(); ++i) {

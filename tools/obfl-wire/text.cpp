@@ -159,6 +159,19 @@ bool from_base64(std::string_view text, std::vector<unsigned char> &out)
     return bits < 6 && (acc & ((1u << bits) - 1)) == 0;
 }
 
+std::string shortened(std::string text, size_t limit)
+{
+    if (text.size() <= limit) {
+        return text;
+    }
+    size_t cut = limit > 3 ? limit - 3 : 0;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) {
+        --cut; // not inside a UTF-8 sequence
+    }
+    text.resize(cut);
+    return text + "\xE2\x80\xA6"; // U+2026, the ellipsis
+}
+
 bool valid_utf8(std::string_view text)
 {
     for (size_t i = 0; i < text.size();) {
@@ -175,6 +188,20 @@ void append_json_string(std::string &out, std::string_view text)
 {
     out += '"';
     for (size_t i = 0; i < text.size();) {
+        // The run of bytes that go out as they are, in one append.
+        size_t plain = i;
+        while (plain < text.size()) {
+            const auto u = static_cast<unsigned char>(text[plain]);
+            if (u < 0x20 || u >= 0x80 || u == '"' || u == '\\') {
+                break;
+            }
+            ++plain;
+        }
+        out.append(text.data() + i, plain - i);
+        i = plain;
+        if (i == text.size()) {
+            break;
+        }
         const char c = text[i];
         const auto u = static_cast<unsigned char>(c);
         if (u >= 0x80) {
@@ -198,13 +225,9 @@ void append_json_string(std::string &out, std::string_view text)
         case '\b': out += "\\b"; break;
         case '\f': out += "\\f"; break;
         default:
-            if (u < 0x20) {
-                out += "\\u00";
-                out += hex_lower[u >> 4];
-                out += hex_lower[u & 15];
-            } else {
-                out += c;
-            }
+            out += "\\u00";
+            out += hex_lower[u >> 4];
+            out += hex_lower[u & 15];
         }
     }
     out += '"';

@@ -1,19 +1,42 @@
 #include "wire_walk.hpp"
 
+#include <array>
 #include <cstring>
-#include <vector>
 
 #include "nuvex_decode.h"
 
 namespace obfl_wire {
 
-bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema,
-          const std::function<void(const wire_field &)> &fn, wire_fault &fault)
+varint_bytes varint_slow(std::span<const uint8_t> bytes, size_t at)
+{
+    varint_bytes v;
+    for (size_t i = at; i < bytes.size(); ++i) {
+        const uint64_t group = bytes[i] & 0x7Fu;
+        if (i - at < 9) {
+            v.value |= group << (7 * (i - at));
+        } else if (i - at == 9) {
+            v.value |= group << 63;
+            v.over_64 = v.over_64 || group > 1;
+        } else {
+            v.over_64 = v.over_64 || group != 0;
+        }
+        if ((bytes[i] & 0x80u) == 0) {
+            v.size = i - at + 1;
+            return v;
+        }
+    }
+    v.size = bytes.size() - at;
+    return v;
+}
+
+bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault)
 {
     static const uint8_t nothing[1] = {0};
     const uint8_t *src = bytes.empty() ? nothing : bytes.data();
     const size_t size = bytes.size();
-    std::vector<bool> seen(schema != nullptr ? schema->fields.size() + 1 : 0);
+    // Where each member was last given; no record has more than 31 members.
+    std::array<size_t, 32> seen;
+    seen.fill(wire_field::npos);
     const field_schema *run = nullptr; // the repeated member whose run is going on
     unsigned index = 0;
     size_t pos = 0;
@@ -22,18 +45,19 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
         return false;
     };
     while (pos < size) {
-        wire_field f{base + pos, 0, 0, 0, 0, {}, nullptr, 0};
+        wire_field f{base + pos, 0, 0, 0, 0, {}, {}, 0, {}, nullptr, 0, wire_field::npos};
         const size_t start = pos;
         uint32_t key;
         if (nuvex_decode_var32(&key, &pos, src, size) != MIVO_NO_ERROR) {
             return refuse(start, nullptr, "the key runs past the end of the input");
         }
+        f.key = varint_at(bytes, start);
         f.number = key >> 3;
-        f.type = key & 7;
+        f.type = f.read_as = key & 7;
         f.member = schema != nullptr ? schema->field(f.number) : nullptr;
         const field_schema *m = f.member;
         if (m != nullptr && m == run) {
-            f.type = m->wire_type; // the rest of a run is read as the member's kind, whatever its key says
+            f.read_as = m->wire_type; // the rest of a run is read as the member's kind, whatever its key says
             f.index = ++index;
         } else if (m != nullptr) {
             run = nullptr;
@@ -43,11 +67,15 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
                                             std::to_string(m->wire_type));
             }
             const bool once = m->repeated || m->elem == nuvex::element::string || m->elem == nuvex::element::bytes;
-            if (once && seen[f.number]) {
+            const size_t earlier = f.number < seen.size() ? seen[f.number] : wire_field::npos;
+            if (once && earlier != wire_field::npos) {
                 return refuse(start, m, m->repeated ? "a second run of the repeated member"
                                                     : "the member occurs a second time");
             }
-            seen[f.number] = true;
+            f.earlier = earlier;
+            if (f.number < seen.size()) {
+                seen[f.number] = f.offset;
+            }
             if (m->repeated) {
                 run = m;
                 index = 0;
@@ -56,30 +84,32 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
             run = nullptr;
         }
         const size_t value_at = pos;
-        if (f.type == NUVEX_TYPE_VARINT) {
-            if (nuvex_decode_var64(&f.value, &pos, src, size) != MIVO_NO_ERROR) {
+        if (f.read_as == NUVEX_TYPE_VARINT) {
+            if (nuvex_decode_var64(nullptr, &pos, src, size) != MIVO_NO_ERROR) {
                 return refuse(start, m, "the varint runs past the end of the input");
             }
-        } else if (f.type == NUVEX_TYPE_LENGTH) {
+            f.varint = varint_at(bytes, value_at);
+        } else if (f.read_as == NUVEX_TYPE_LENGTH) {
             uint32_t length;
             size_t after = pos;
             if (nuvex_decode_var32(&length, &after, src, size) != MIVO_NO_ERROR) {
                 return refuse(start, m, "the length runs past the end of the input");
             }
+            f.varint = varint_at(bytes, value_at);
             if (m != nullptr && length > size - after) {
                 return refuse(start, m, "length " + std::to_string(length) + " runs past the end of the input (" +
                                             std::to_string(size - after) + " bytes left)");
             }
             f.payload = bytes.subspan(after, std::min<size_t>(length, size - after));
-        } else if ((f.type == NUVEX_TYPE_FIXED64 || f.type == NUVEX_TYPE_FIXED32) && size - pos >= 4) {
-            const size_t width = f.type == NUVEX_TYPE_FIXED64 ? 8 : 4;
+        } else if (f.read_as == NUVEX_TYPE_FIXED64 || f.read_as == NUVEX_TYPE_FIXED32) {
+            const size_t width = f.read_as == NUVEX_TYPE_FIXED64 ? 8 : 4;
             for (size_t i = std::min(width, size - pos); i-- > 0;) {
-                f.value = f.value << 8 | src[pos + i];
+                f.fixed = f.fixed << 8 | src[pos + i];
             }
         }
         pos = value_at;
         // Unknown fields move on exactly as the decoder skips them, past the end included.
-        if (nuvex_decode_advance(f.type, &pos, src, size) != MIVO_NO_ERROR) {
+        if (nuvex_decode_advance(f.read_as, &pos, src, size) != MIVO_NO_ERROR) {
             return refuse(start, m, "wire type " + std::to_string(f.type) + " is not supported");
         }
         f.end = base + pos;

@@ -1,0 +1,514 @@
+// What each command does with its input: obfl_wire.cpp parses the command
+// line and calls one of these.
+#include "commands.hpp"
+
+#include <cstdio>
+
+#include "annotate.hpp"
+#include "diagnose.hpp"
+#include "diff.hpp"
+#include "guess.hpp"
+#include "json_out.hpp"
+#include "nuvex_decode.h"
+#include "nuvex_encode.h"
+#include "pasted.hpp"
+#include "raw.hpp"
+#include "schema.hpp"
+#include "stream.hpp"
+#include "suggest.hpp"
+#include "summary.hpp"
+#include "unknown.hpp"
+
+namespace obfl_wire {
+namespace {
+
+const message &lookup(const std::string &name)
+{
+    const message *m = find_message(name);
+    if (m == nullptr) {
+        std::vector<std::string_view> names;
+        for (const message &each : messages()) {
+            names.push_back(each.name());
+        }
+        const std::string hint = did_you_mean(name, names);
+        throw failure{refused, "no message '" + shortened(name, 60) + "'" + (hint.empty() ? "" : "; " + hint) +
+                                   " (see 'obfl-wire list')"};
+    }
+    return *m;
+}
+
+// One message's bytes: read from text, or with --binary the input itself
+// (not copied: a message may be most of the memory the tool uses).
+struct wire_bytes {
+    std::vector<uint8_t> owned;
+    std::span<const uint8_t> view;
+    wire_bytes() = default;
+    wire_bytes(const wire_bytes &) = delete;
+    wire_bytes(wire_bytes &&) = default; // the view goes with the owned block
+    operator std::span<const uint8_t>() const { return view; }
+};
+
+// One message's bytes from its text: hex as people paste it, base64, or raw.
+wire_bytes bytes_of(const settings &s, std::string_view text, size_t first_line = 1)
+{
+    wire_bytes bytes;
+    if (s.binary) {
+        bytes.view = {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+        return bytes;
+    }
+    std::string error;
+    if (!(s.base64 ? bytes_from_base64(text, bytes.owned, error, first_line)
+                   : bytes_from_text(text, bytes.owned, error, first_line))) {
+        throw failure{refused, "input is not " + std::string(s.base64 ? "base64" : "hex") + ": " + error};
+    }
+    bytes.view = bytes.owned;
+    return bytes;
+}
+
+std::string plural(size_t n, const char *one, const char *many)
+{
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
+// Whether bytes read as two or more messages each after its length, each
+
+// decoding as m without a warning: a delimited stream given as one message.
+size_t delimited_count(std::span<const uint8_t> bytes, const message &m)
+{
+    size_t pos = 0, count = 0;
+    std::string text;
+    while (pos < bytes.size()) {
+        uint64_t length;
+        if (nuvex_decode_var64(&length, &pos, bytes.data(), bytes.size()) != MIVO_NO_ERROR || length > bytes.size() - pos) {
+            return 0;
+        }
+        const auto one = bytes.subspan(pos, static_cast<size_t>(length));
+        if (m.decode(one, false, {}, text, nullptr, nullptr) != MIVO_NO_ERROR || !tolerated(one, m.schema()).empty()) {
+            return 0;
+        }
+        pos += static_cast<size_t>(length);
+        ++count;
+    }
+    return count >= 2 ? count : 0;
+}
+
+// One message's bytes -> its JSON line in out; warnings on standard error.
+// Returns the number of warnings.
+size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where,
+                  output &out, bool hint = false)
+{
+    std::string &text = out.buffer();
+    const size_t mark = text.size();
+    const int rc = m.decode(bytes, s.shared, s.options(), text, nullptr, nullptr);
+    const auto suggest_delimited = [&] {
+        if (const size_t n = hint ? delimited_count(bytes, m) : 0; n != 0) {
+            say("hint: the bytes read as " + std::to_string(n) + " messages, each after its length (try --delimited)");
+        }
+    };
+    if (rc != MIVO_NO_ERROR) {
+        text.resize(mark);
+        const std::string place = failure_place(bytes, m.schema());
+        suggest_delimited();
+        throw failure{not_decoded, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+    }
+    const auto notes = tolerated(bytes, m.schema());
+    for (const auto &n : notes) {
+        say("warning: " + where + std::string(m.name()) + ": " + n.text);
+    }
+    if (!notes.empty()) {
+        suggest_delimited();
+    }
+    if (s.strict && !notes.empty()) {
+        text.resize(mark);
+        throw failure{not_decoded, where + std::string(m.name()) + ": refused with --strict: " +
+                                       plural(notes.size(), "warning", "warnings")};
+    }
+    if (s.keep_unknown) {
+        json doc = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end());
+        if (add_unknown(bytes, m.schema(), s.options(), doc)) {
+            text.resize(mark);
+            text += doc.dump(s.pretty ? 2 : -1);
+        }
+    }
+    text += '\n';
+    return notes.size();
+}
+
+void warn_line(const std::string &line) { say(line); }
+
+// The messages of the input one at a time: fn(bytes, item) for a wire
+
+// stream, each message decoded from its line or its length.
+template <class Fn>
+void each_message(const settings &s, input &in, Fn fn)
+{
+    stream messages(in, s.delimited ? stream::delimited : stream::lines);
+    stream_item item;
+    std::string error;
+    size_t count = 0;
+    while (messages.next(item, error)) {
+        if (s.delimited) {
+            fn(item.bytes, item);
+        } else {
+            const auto bytes = bytes_of(s, item.text, item.line);
+            fn(std::span<const uint8_t>(bytes), item);
+        }
+        ++count;
+    }
+    if (!error.empty()) {
+        throw failure{not_decoded, error};
+    }
+    if (count == 0) {
+        say("warning: the input holds no messages");
+    }
+}
+
+void check_stream_flags(const settings &s, const char *command)
+{
+    if (s.follow && s.file.empty()) {
+        throw failure{refused, std::string(command) + ": --follow needs a FILE to follow"};
+    }
+    if (s.follow && !s.lines && !s.delimited) {
+        throw failure{refused, std::string(command) + ": --follow reads a stream: give --lines or --delimited"};
+    }
+}
+
+// A single message's text: the whole input, said when it is empty.
+std::string_view whole_input(const settings &s, input &in, bool &empty)
+{
+    const std::string_view text = in.rest();
+    empty = s.binary ? text.empty() : text.find_first_not_of(" \t\r\n") == std::string_view::npos;
+    return text;
+}
+
+// "line 1, column 9: ..." of a JSON text that starts at item -> where in the input.
+std::string json_error_at(const std::string &error, const stream_item &item)
+{
+    unsigned long line = 0, column = 0;
+    int used = 0;
+    if (std::sscanf(error.c_str(), "line %lu, column %lu: %n", &line, &column, &used) != 2 || used == 0) {
+        return item.where() + "not JSON: " + error;
+    }
+    const size_t absolute = item.line + line - 1;
+    const size_t col = line == 1 ? item.column + column - 1 : column;
+    return "line " + std::to_string(absolute) + ": not JSON: column " + std::to_string(col) + ": " +
+           error.substr(static_cast<size_t>(used));
+}
+
+std::vector<uint8_t> encode_one(const settings &s, const message &m, std::string_view text, const stream_item *item)
+{
+    json in;
+    std::string error;
+    if (!parse_json(text, in, error)) {
+        throw failure{refused, item != nullptr ? json_error_at(error, *item) : "not JSON: " + error};
+    }
+    std::vector<uint8_t> bytes;
+    if (!m.encode(in, s.options(), bytes, error)) {
+        throw failure{refused, (item != nullptr ? item->where() : "") + std::string(m.name()) + ": " + error};
+    }
+    return bytes;
+}
+
+void put_bytes(const settings &s, output &out, const std::vector<uint8_t> &bytes, bool delimited)
+{
+    if (delimited) {
+        uint8_t length[10];
+        out.put({reinterpret_cast<const char *>(length), nuvex_encode_var64(bytes.size(), 0, length, 10)});
+    }
+    if (s.binary || delimited) {
+        out.put({reinterpret_cast<const char *>(bytes.data()), bytes.size()});
+    } else {
+        out.put(to_hex(bytes) + "\n");
+    }
+}
+
+std::vector<uint8_t> single_message(const settings &s, const std::string &file, const char *what)
+{
+    input in(file, nullptr);
+    bool empty;
+    const auto bytes = bytes_of(s, whole_input(s, in, empty));
+    if (empty) {
+        throw failure{not_decoded, std::string("no bytes to ") + what + ": the input is empty"};
+    }
+    return {bytes.view.begin(), bytes.view.end()};
+}
+
+// Decodes one message to its JSON document; failures say which input.
+json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where, status bad)
+{
+    std::string text;
+    json_options o = s.options();
+    o.pretty = false;
+    const int rc = m.decode(bytes, s.shared, o, text, nullptr, nullptr);
+    if (rc != MIVO_NO_ERROR) {
+        const std::string place = failure_place(bytes, m.schema());
+        throw failure{bad, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+    }
+    json doc = json::parse(text);
+    if (s.keep_unknown) {
+        add_unknown(bytes, m.schema(), o, doc);
+    }
+    return doc;
+}
+
+} // namespace
+
+void say(const std::string &line)
+{
+    std::string text = "obfl-wire: " + line;
+    for (char &c : text) {
+        c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+    }
+    text = shortened(std::move(text), 200) + "\n";
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void run_decode(const settings &s, output &out)
+{
+    check_stream_flags(s, "decode");
+    const message &m = lookup(s.message);
+    input in(s.file, &out, s.follow, warn_line);
+    if (s.delimited || s.lines) {
+        each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
+            decode_one(s, m, bytes, item.where(), out);
+            out.flush_if_large();
+        });
+        return;
+    }
+    bool empty;
+    const std::string_view text = whole_input(s, in, empty);
+    if (empty) {
+        say("warning: the input is empty: the record at its defaults");
+        if (s.strict) {
+            throw failure{not_decoded, "refused with --strict: no bytes"};
+        }
+    }
+    // Hex over several lines is one message, as a wrapped dump is; say so,
+    // since lines that were meant as messages of their own would merge.
+    const auto bytes = bytes_of(s, text);
+    size_t lines = 0;
+    for (size_t at = 0; !s.binary && !s.base64 && at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        lines += text.substr(at, end - at).find_first_not_of(" \t\r") != std::string_view::npos ? 1 : 0;
+        at = end + 1;
+    }
+    if (lines > 1 && !is_dump(text)) {
+        say("warning: " + std::to_string(lines) + " lines of hex read as one message (one per line: --lines)");
+        if (s.strict) {
+            throw failure{not_decoded, "refused with --strict: several lines of hex"};
+        }
+    }
+    decode_one(s, m, bytes, "", out, true);
+}
+
+void run_encode(const settings &s, output &out)
+{
+    check_stream_flags(s, "encode");
+    const message &m = lookup(s.message);
+    input in(s.file, &out, s.follow, warn_line);
+    if (s.lines || s.delimited) {
+        // JSON texts one after another, each on a line of its own or over several.
+        stream texts(in, stream::json_texts);
+        stream_item item;
+        std::string error;
+        size_t count = 0;
+        while (texts.next(item, error)) {
+            put_bytes(s, out, encode_one(s, m, item.text, &item), s.delimited);
+            out.flush_if_large();
+            ++count;
+        }
+        if (count == 0) {
+            say("warning: the input holds no messages");
+        }
+        return;
+    }
+    bool empty;
+    const std::string_view text = whole_input(s, in, empty);
+    if (empty) {
+        throw failure{refused, "the input is empty (a message is a JSON object; {} for one without members)"};
+    }
+    put_bytes(s, out, encode_one(s, m, text, nullptr), false);
+}
+
+void run_raw(const settings &s, output &out)
+{
+    check_stream_flags(s, "raw");
+    input in(s.file, &out, s.follow, warn_line);
+    const auto one = [&](std::span<const uint8_t> bytes, const std::string &where) {
+        std::string error;
+        if (!raw_json(bytes, s.options(), out.buffer(), error)) {
+            throw failure{not_decoded, where + "not a message: " + error};
+        }
+        out.put("\n");
+    };
+    if (s.delimited || s.lines) {
+        each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
+            one(bytes, item.where());
+            out.flush_if_large();
+        });
+        return;
+    }
+    bool empty;
+    const auto bytes = bytes_of(s, whole_input(s, in, empty));
+    if (empty) {
+        say("warning: the input is empty: no fields");
+    }
+    one(bytes, "");
+}
+
+void run_guess(const settings &s, output &out)
+{
+    const auto bytes = single_message(s, s.file, "guess from");
+    settings compact = s;
+    compact.pretty = false;
+    const auto found = guess(bytes, s.shared, compact.options());
+    if (found.empty()) {
+        throw failure{not_decoded, "no message accepts these bytes"};
+    }
+    // The ties by name, up to five as far as one line holds them, and a count.
+    size_t ties = 0, named = 0;
+    for (const auto &c : found) {
+        ties += c.tie ? 1 : 0;
+    }
+    std::string line = "warning: " + std::to_string(ties) + " messages fit the bytes equally well: ";
+    for (const auto &c : found) {
+        const std::string more = " and " + std::to_string(ties - named - 1) + " more";
+        if (!c.tie || named == 5 || line.size() + c.msg->name().size() + (named + 1 < ties ? more.size() : 0) > 185) {
+            break; // the ties lead the ranking
+        }
+        line += (named++ == 0 ? "" : ", ") + std::string(c.msg->name());
+    }
+    if (ties != 0) {
+        say(line + (named < ties ? " and " + std::to_string(ties - named) + " more" : ""));
+    }
+    if (!s.json) {
+        for (const auto &c : found) {
+            char line[240];
+            const std::string name(c.msg->name());
+            std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped%s%s%s\n", name.c_str(),
+                          c.members_filled, c.members_filled == 1 ? "" : "s", c.bytes_skipped,
+                          c.warnings == 0 ? "" : (", " + plural(c.warnings, "warning", "warnings")).c_str(),
+                          c.misfits == 0 ? "" : (", " + plural(c.misfits, "value", "values") + " not fitting").c_str(),
+                          c.tie ? ", tie" : "");
+            out.put(line);
+        }
+        return;
+    }
+    json_out j(out.buffer(), s.pretty);
+    j.begin_array();
+    for (const auto &c : found) {
+        j.begin_object();
+        j.key("message");
+        j.string(c.msg->name());
+        j.key("members_filled");
+        j.number(c.members_filled);
+        j.key("bytes_skipped");
+        j.number(c.bytes_skipped);
+        j.key("warnings");
+        j.number(c.warnings);
+        j.key("values_not_fitting");
+        j.number(c.misfits);
+        j.key("tie");
+        j.boolean(c.tie);
+        j.key("record");
+        j.literal(c.record);
+        j.end_object();
+    }
+    j.end_array();
+    out.put("\n");
+}
+
+void run_summary(const settings &s, output &out)
+{
+    if (!s.lines && !s.delimited) {
+        throw failure{refused, "summary: it reads a stream: give --delimited or --lines"};
+    }
+    const message &m = lookup(s.message);
+    input in(s.file, &out);
+    summary sum(m.schema());
+    constexpr size_t warnings_shown = 10;
+    size_t warned = 0;
+    each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
+        const json doc = decoded(s, m, bytes, item.where(), not_decoded);
+        const auto notes = tolerated(bytes, m.schema());
+        for (const auto &n : notes) {
+            if (warned++ < warnings_shown) {
+                say("warning: " + item.where() + std::string(m.name()) + ": " + n.text);
+            }
+        }
+        if (s.strict && !notes.empty()) {
+            throw failure{not_decoded, item.where() + std::string(m.name()) + ": refused with --strict: " +
+                                           plural(notes.size(), "warning", "warnings")};
+        }
+        sum.warned(static_cast<unsigned>(notes.size()));
+        sum.add(bytes.size(), doc);
+    });
+    if (warned > warnings_shown) {
+        say("warning: " + std::to_string(warned - warnings_shown) + " more warnings not shown");
+    }
+    out.put(s.json ? sum.json_text(s.pretty) : sum.text());
+}
+
+int run_diff(const settings &s, output &out)
+{
+    const message &m = lookup(s.message);
+    if ((s.file.empty() || s.file == "-") && (s.other_file.empty() || s.other_file == "-")) {
+        throw failure{refused, "diff: only one of A and B can be standard input"};
+    }
+    const auto name = [](const std::string &f) { return f == "-" ? std::string("standard input") : f; };
+    const auto a_bytes = single_message(s, s.file, "compare");
+    const auto b_bytes = single_message(s, s.other_file, "compare");
+    const json a = decoded(s, m, a_bytes, name(s.file) + ": ", refused);
+    const json b = decoded(s, m, b_bytes, name(s.other_file) + ": ", refused);
+    for (const auto &[file, bytes] : {std::pair{name(s.file), &a_bytes}, std::pair{name(s.other_file), &b_bytes}}) {
+        for (const auto &n : tolerated(*bytes, m.schema())) {
+            say("warning: " + file + ": " + std::string(m.name()) + ": " + n.text);
+        }
+    }
+    const auto lines = differences(a, b);
+    for (const auto &line : lines) {
+        out.put(line + "\n");
+    }
+    if (lines.empty() && a_bytes != b_bytes) {
+        say("the records are equal; their bytes differ (field order, encoding or unknown fields)");
+    }
+    return lines.empty() ? done : not_decoded;
+}
+
+void run_annotate(const settings &s, output &out)
+{
+    const message &m = lookup(s.message);
+    input in(s.file, nullptr);
+    bool empty;
+    const auto bytes = bytes_of(s, whole_input(s, in, empty));
+    if (empty) {
+        say("warning: the input is empty: the record at its defaults");
+    }
+    std::string table;
+    const bool whole = annotate(bytes, m.schema(), table);
+    out.put(table);
+    std::string text;
+    const int rc = m.decode(bytes, s.shared, {}, text, nullptr, nullptr);
+    if (rc != MIVO_NO_ERROR || !whole) {
+        const std::string place = failure_place(bytes, m.schema());
+        throw failure{not_decoded, std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+    }
+    for (const auto &n : tolerated(bytes, m.schema())) {
+        say("warning: " + std::string(m.name()) + ": " + n.text);
+    }
+}
+
+void run_list(const settings &s, output &out)
+{
+    if (!s.message.empty()) {
+        out.put(lookup(s.message).describe());
+        return;
+    }
+    for (const auto &m : messages()) {
+        char line[80];
+        std::snprintf(line, sizeof line, "%-36s %2u members\n", std::string(m.name()).c_str(), m.member_count());
+        out.put(line);
+    }
+}
+
+} // namespace obfl_wire
