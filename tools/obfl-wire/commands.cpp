@@ -363,6 +363,9 @@ void run_guess(const settings &s, output &out)
     compact.pretty = false;
     const auto found = guess(bytes, s.shared, compact.options());
     if (found.empty()) {
+        if (s.json) {
+            out.put("[]\n"); // still a document for a script
+        }
         throw failure{not_decoded, "no message accepts these bytes"};
     }
     // The ties by name, up to five as far as one line holds them, and a count.
@@ -383,18 +386,21 @@ void run_guess(const settings &s, output &out)
     }
     if (!s.json) {
         for (const auto &c : found) {
-            char line[240];
-            const std::string name(c.msg->name());
-            std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped%s%s%s\n", name.c_str(),
-                          c.members_filled, c.members_filled == 1 ? "" : "s", c.bytes_skipped,
-                          c.warnings == 0 ? "" : (", " + plural(c.warnings, "warning", "warnings")).c_str(),
-                          c.misfits == 0 ? "" : (", " + plural(c.misfits, "value", "values") + " not fitting").c_str(),
-                          c.tie ? ", tie" : "");
-            out.put(line);
+            std::string row = std::string(c.msg->name());
+            row.append(row.size() < 36 ? 36 - row.size() : 0, ' ');
+            char filled[64];
+            std::snprintf(filled, sizeof filled, " %2u member%s filled, ", c.members_filled, c.members_filled == 1 ? "" : "s");
+            row += filled + plural(c.bytes_skipped, "byte", "bytes") + " skipped";
+            row += c.cut_off == 0 ? "" : ", " + plural(c.cut_off, "field", "fields") + " cut off";
+            row += c.warnings == 0 ? "" : ", " + plural(c.warnings, "warning", "warnings");
+            row += c.misfits == 0 ? "" : ", " + plural(c.misfits, "value", "values") + " not fitting";
+            out.put(row + (c.tie ? ", tie\n" : "\n"));
         }
         return;
     }
-    json_out j(out.buffer(), s.pretty);
+    // Written as it goes when compact; indented throughout, records included, when pretty.
+    std::string text;
+    json_out j(text, false);
     j.begin_array();
     for (const auto &c : found) {
         j.begin_object();
@@ -404,6 +410,8 @@ void run_guess(const settings &s, output &out)
         j.number(c.members_filled);
         j.key("bytes_skipped");
         j.number(c.bytes_skipped);
+        j.key("fields_cut_off");
+        j.number(c.cut_off);
         j.key("warnings");
         j.number(c.warnings);
         j.key("values_not_fitting");
@@ -415,6 +423,7 @@ void run_guess(const settings &s, output &out)
         j.end_object();
     }
     j.end_array();
+    out.put(s.pretty ? json::parse(text).dump(2) : text);
     out.put("\n");
 }
 
