@@ -336,10 +336,16 @@ void run_raw(const settings &s, output &out)
     input in(s.file, &out, s.follow, warn_line);
     const auto one = [&](std::span<const uint8_t> bytes, const std::string &where) {
         std::string error;
-        if (!raw_json(bytes, s.options(), out.buffer(), error)) {
+        raw_output view{out.buffer(), s.base64_bytes, [](void *o) { static_cast<output *>(o)->flush(); }, &out};
+        if (!raw_json(bytes, s.options(), view, error)) {
             throw failure{not_decoded, where + "not a message: " + error};
         }
         out.put("\n");
+        if (view.flattened != 0) {
+            say("warning: " + where + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
+                std::to_string(view.first_flattened) + " parses as a message and is shown as bytes" +
+                (view.flattened > 1 ? " (and " + std::to_string(view.flattened - 1) + " more)" : ""));
+        }
     };
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {

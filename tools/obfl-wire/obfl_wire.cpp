@@ -76,9 +76,14 @@ int run(int argc, char **argv)
             o->required();
         }
     };
-    const auto add_reading = [&](CLI::App *cmd, const char *what) {
+    const auto add_reading = [&](CLI::App *cmd, const char *what, bool hex_default = false) {
         cmd->add_option("FILE", s.file, std::string(what) + " (standard input when absent or -)");
-        cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits instead of base64");
+        if (hex_default) {
+            cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits (the default)");
+            cmd->add_flag("--base64-bytes", s.base64_bytes, "byte strings in JSON as base64 instead of hex digits");
+        } else {
+            cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits instead of base64");
+        }
     };
     const auto add_wire_input = [&](CLI::App *cmd) {
         cmd->add_flag("--binary", s.binary, "read raw bytes instead of hex text");
@@ -120,7 +125,7 @@ int run(int argc, char **argv)
 
     auto *raw_cmd = app.add_subcommand("raw", "wire bytes to JSON without a message name: every field by "
                                               "number and wire type, as exact as protoc --decode_raw");
-    add_reading(raw_cmd, wire_text);
+    add_reading(raw_cmd, wire_text, true);
     add_wire_input(raw_cmd);
     add_streams(raw_cmd, "one message per line, one JSON array per line out",
                 "a stream of messages each after its length as a varint, one JSON array per line out");
