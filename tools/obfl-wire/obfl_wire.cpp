@@ -18,7 +18,8 @@
 // closed pipe ends the tool as it ends cat, by SIGPIPE. A single result is
 // written only once the whole of it is known; a stream writes each message's
 // line once that message is done, before it waits for the next, and stops at
-// the first bad one.
+// the first bad one, or with --keep-going says it and goes on (exit 1 at the
+// end, with the count of messages that failed).
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -96,6 +97,8 @@ int run(int argc, char **argv)
         if (follow) {
             cmd->add_flag("--follow", s.follow, "at the end of FILE wait for more, as tail -f does, until interrupted");
         }
+        cmd->add_flag("--keep-going", s.keep_going, "a message that fails is said (its number and byte offset) and "
+                                                    "the stream goes on; exit 1 at the end if any failed");
     };
     const auto add_shared = [&](CLI::App *cmd) {
         cmd->add_flag("--shared", s.shared, "decode in shared mode (MIVO_FLAG_SHARED): byte strings point into the "
@@ -191,7 +194,15 @@ int run(int argc, char **argv)
             }
             return a && b;
         };
-        if (both(s.binary, s.base64, "--binary", "--base64") || both(s.lines, s.delimited, "--lines", "--delimited")) {
+        if (both(s.binary, s.base64, "--binary", "--base64") || both(s.lines, s.delimited, "--lines", "--delimited") ||
+            both(s.base64_bytes, s.hex_bytes, "--base64-bytes", "--hex-bytes")) {
+            return refused;
+        }
+        // Lines are a text form: raw bytes hold any byte, a line end among them.
+        if (s.binary && s.lines) {
+            say(cmd->get_name() + ": --binary and --lines exclude each other: lines are text (" +
+                (cmd->get_name() == "encode" ? "one line of hex per message" : "hex or base64, a message each") +
+                "); for raw bytes in a stream give --delimited");
             return refused;
         }
     }
