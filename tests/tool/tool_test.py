@@ -306,6 +306,7 @@ ROWS = [
     (["raw", "--lines"], (b"08 01\n", b"08 02\n"), 0, [[raw_field(1, 0, 0, varint="1")], [raw_field(1, 0, 0, varint="2")]], ""),
     (["decode", "--follow", "--lines", "log_syslog"], "", 2, "", E + "decode: --follow needs a FILE to follow"),
     (["decode", "--follow", "log_syslog", "/dev/null"], "", 2, "", E + "decode: --follow reads a stream: give --lines or --delimited"),
+    (["raw", "--keep-going"], "08 01", 2, "", E + "raw: --keep-going reads a stream: give --lines or --delimited"),
     (["decode", "--delimited", "log_syslog"], b"", 0, "", E + "warning: the input holds no messages"),
     # --keep-going: a bad message is said by number and offset, the stream goes on, and the count fails it at the end
     (["decode", "--lines", "--keep-going", "log_syslog"], "28 07\n6A 05 61\n\n28 0\n28 09\n", 1, [{"client_id": 7}, {"client_id": 9}],

@@ -223,8 +223,9 @@ void check_stream_flags(const settings &s, const char *command)
     if (s.follow && s.file.empty()) {
         throw failure{refused, std::string(command) + ": --follow needs a FILE to follow"};
     }
-    if (s.follow && !s.lines && !s.delimited) {
-        throw failure{refused, std::string(command) + ": --follow reads a stream: give --lines or --delimited"};
+    if ((s.follow || s.keep_going) && !s.lines && !s.delimited) {
+        throw failure{refused, std::string(command) + (s.follow ? ": --follow" : ": --keep-going") +
+                                   " reads a stream: give --lines or --delimited"};
     }
 }
 
