@@ -1,12 +1,15 @@
 // obfl-wire's own parsing under libFuzzer. The input's first byte picks a
 // message (and hex byte strings, lowerCamelCase); the rest is taken as text
 // pasted by hand (hex, dumps, C arrays), as base64, as raw bytes and as JSON.
+// Bytes are also viewed raw (spilling as the tool writes) and examined for
+// what the decoder tolerated at every depth.
 // Between two 0x01 bytes it may name a piece to repeat (count in the three
 // bytes after the second), so that a few bytes reach values nested 100,000
 // deep or arrays of 100,000 elements. Whatever decodes must print JSON that
 // encodes and decodes to the same JSON, unknown fields kept included;
 // whatever JSON encodes must decode; a refusal is one short line. An escaped
 // exception, a sanitizer report or an abort here is a finding.
+#include <cstdio>
 #include <cstdlib>
 
 #include "annotate.hpp"
@@ -38,14 +41,38 @@ void check_bytes(const message &m, std::span<const uint8_t> bytes, const json_op
     std::string out, error, again_out, table;
     const int rc = m.decode(bytes, false, o, out, nullptr, nullptr);
     require(rc == MIVO_NO_ERROR || !must_decode);
+    // Hex text never pairs digits across tokens: bytes written as a C array
+    // ("0x8, 0x1, 0x28,") read back as themselves.
+    const auto head = bytes.first(std::min<size_t>(bytes.size(), 64));
+    std::string tokens;
+    for (uint8_t b : head) {
+        char token[8];
+        std::snprintf(token, sizeof token, "0x%x, ", b);
+        tokens += token;
+    }
+    std::vector<uint8_t> back;
+    require(bytes_from_text(tokens, back, error) && std::equal(back.begin(), back.end(), head.begin(), head.end()));
     if (bytes.size() > 1 << 16) {
         return; // a repeated piece: the decoders are fuzzed on their own, and the rest is linear in the fields
     }
-    tolerated(bytes, m.schema());
+    // What the decoder skipped, at every depth, lies within the input.
+    const examination e = examine(bytes, m.schema());
+    require(e.bytes_skipped <= bytes.size());
     failure_place(bytes, m.schema());
     annotate(bytes, m.schema(), table);
-    if (!raw_json(bytes, o, error, error)) {
+    // raw writes while it walks: what it spills and what it keeps make one JSON text.
+    std::string raw_text, spilled;
+    std::pair<std::string *, std::string *> sink{&raw_text, &spilled};
+    raw_output view{raw_text, o.hex_bytes, [](void *c) {
+        auto *s = static_cast<std::pair<std::string *, std::string *> *>(c);
+        s->second->append(*s->first);
+        s->first->clear();
+    }, &sink};
+    if (raw_json(bytes, o, view, error)) {
+        require(json::accept(spilled + raw_text));
+    } else {
         short_error(error);
+        require(raw_text.empty());
     }
     if (rc != MIVO_NO_ERROR) {
         return;

@@ -84,7 +84,7 @@ struct annotator {
         }
         hex.append(shown < 26 ? 26 - shown : 0, ' ');
         char key[32];
-        std::snprintf(key, sizeof key, "%u %s", f.number, type_word(f.read_as));
+        std::snprintf(key, sizeof key, "%u %s", f.number, type_word(f.type));
         std::string name;
         if (f.member == nullptr) {
             name = path + (f.number == 0 ? "(field number 0)" : "(unknown)");
@@ -97,8 +97,10 @@ struct annotator {
             }
         }
         char line[512];
-        std::snprintf(line, sizeof line, "%6zu  %s %-11s %-28s %s\n", f.offset, hex.c_str(), key, name.c_str(),
-                      value(f).c_str());
+        // A run's element whose key says another wire type: what it was read as.
+        const std::string read_as = f.type == f.read_as ? "" : std::string(" (read as ") + type_word(f.read_as) + ")";
+        std::snprintf(line, sizeof line, "%6zu  %s %-11s %-28s %s%s\n", f.offset, hex.c_str(), key, name.c_str(),
+                      value(f).c_str(), read_as.c_str());
         out += line;
         if (nested) {
             ok = record(f.payload, static_cast<size_t>(f.payload.data() - input.data()), *f.member->nested, name + ".");

@@ -1,5 +1,6 @@
 // The entry table: the catalogue table's codec entry points for each message,
 // paired with the JSON conversions instantiated for its record.
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -66,6 +67,23 @@ std::string describe_entry()
             out += enum_info<element_t<R, F>>::name;
         }
         out += '\n';
+    });
+    // Then each enumeration the members take, with its constants.
+    std::vector<std::string_view> listed;
+    nuvex::for_each_field<R>([&]<class F>() {
+        using E = element_t<R, F>;
+        if constexpr (std::is_enum_v<E>) {
+            if (std::find(listed.begin(), listed.end(), enum_info<E>::name) != listed.end()) {
+                return;
+            }
+            listed.push_back(enum_info<E>::name);
+            out += std::string("\n") + enum_info<E>::name + '\n';
+            for (const constant &c : enum_info<E>::constants) {
+                char line[128];
+                std::snprintf(line, sizeof line, "%5u  %s\n", c.value, c.name);
+                out += line;
+            }
+        }
     });
     return out;
 }

@@ -49,7 +49,8 @@ struct wire_bytes {
 };
 
 // One message's bytes from its text: hex as people paste it, base64, or raw.
-wire_bytes bytes_of(const settings &s, std::string_view text, size_t first_line = 1)
+// A line of a stream (item) is named as its message, its column alone after.
+wire_bytes bytes_of(const settings &s, std::string_view text, const stream_item *item = nullptr)
 {
     wire_bytes bytes;
     if (s.binary) {
@@ -57,9 +58,17 @@ wire_bytes bytes_of(const settings &s, std::string_view text, size_t first_line 
         return bytes;
     }
     std::string error;
-    if (!(s.base64 ? bytes_from_base64(text, bytes.owned, error, first_line)
-                   : bytes_from_text(text, bytes.owned, error, first_line))) {
-        throw failure{refused, "input is not " + std::string(s.base64 ? "base64" : "hex") + ": " + error};
+    if (!(s.base64 ? bytes_from_base64(text, bytes.owned, error, item != nullptr ? item->line : 1)
+                   : bytes_from_text(text, bytes.owned, error, item != nullptr ? item->line : 1))) {
+        std::string where;
+        if (item != nullptr) {
+            where = item->where();
+            const std::string line = "line " + std::to_string(item->line);
+            if (error.starts_with(line + ", ") || error.starts_with(line + ": ")) {
+                error.erase(0, line.size() + 2);
+            }
+        }
+        throw failure{refused, where + "input is not " + std::string(s.base64 ? "base64" : "hex") + ": " + error};
     }
     bytes.view = bytes.owned;
     return bytes;
@@ -136,30 +145,76 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
 
 void warn_line(const std::string &line) { say(line); }
 
-// The messages of the input one at a time: fn(bytes, item) for a wire
+// The messages of a stream counted; with --keep-going a message that fails
+// is said and counted, and the stream goes on to the next.
+struct tally {
+    const settings &s;
+    size_t messages = 0, failed = 0;
 
+    template <class Fn>
+    void one(Fn fn)
+    {
+        ++messages;
+        if (!s.keep_going) {
+            fn();
+            return;
+        }
+        try {
+            fn();
+        } catch (const failure &f) {
+            say(f.line);
+            ++failed;
+        }
+    }
+    // Where the stream itself cannot go on (a length past its end): said,
+    // and with --keep-going counted as one more message failed.
+    void broken(const std::string &error)
+    {
+        if (!s.keep_going) {
+            throw failure{not_decoded, error};
+        }
+        say(error);
+        ++messages;
+        ++failed;
+    }
+    // At the end: no messages said; with --keep-going, the count of those that failed.
+    void close() const
+    {
+        if (messages == 0) {
+            say("warning: the input holds no messages");
+        }
+        if (failed != 0) {
+            throw failure{not_decoded, std::to_string(failed) + " of " + plural(messages, "message", "messages") +
+                                           " failed"};
+        }
+    }
+};
+
+// The messages of the input one at a time: fn(bytes, item) for a wire
 // stream, each message decoded from its line or its length.
 template <class Fn>
-void each_message(const settings &s, input &in, Fn fn)
+void each_message(const settings &s, input &in, Fn fn, tally *counted = nullptr)
 {
     stream messages(in, s.delimited ? stream::delimited : stream::lines);
     stream_item item;
     std::string error;
-    size_t count = 0;
+    tally own{s};
+    tally &t = counted != nullptr ? *counted : own;
     while (messages.next(item, error)) {
-        if (s.delimited) {
-            fn(item.bytes, item);
-        } else {
-            const auto bytes = bytes_of(s, item.text, item.line);
-            fn(std::span<const uint8_t>(bytes), item);
-        }
-        ++count;
+        t.one([&] {
+            if (s.delimited) {
+                fn(item.bytes, item);
+            } else {
+                const auto bytes = bytes_of(s, item.text, &item);
+                fn(std::span<const uint8_t>(bytes), item);
+            }
+        });
     }
     if (!error.empty()) {
-        throw failure{not_decoded, error};
+        t.broken(error);
     }
-    if (count == 0) {
-        say("warning: the input holds no messages");
+    if (counted == nullptr) {
+        t.close();
     }
 }
 
@@ -168,8 +223,9 @@ void check_stream_flags(const settings &s, const char *command)
     if (s.follow && s.file.empty()) {
         throw failure{refused, std::string(command) + ": --follow needs a FILE to follow"};
     }
-    if (s.follow && !s.lines && !s.delimited) {
-        throw failure{refused, std::string(command) + ": --follow reads a stream: give --lines or --delimited"};
+    if ((s.follow || s.keep_going) && !s.lines && !s.delimited) {
+        throw failure{refused, std::string(command) + (s.follow ? ": --follow" : ": --keep-going") +
+                                   " reads a stream: give --lines or --delimited"};
     }
 }
 
@@ -191,8 +247,8 @@ std::string json_error_at(const std::string &error, const stream_item &item)
     }
     const size_t absolute = item.line + line - 1;
     const size_t col = line == 1 ? item.column + column - 1 : column;
-    return "line " + std::to_string(absolute) + ": not JSON: column " + std::to_string(col) + ": " +
-           error.substr(static_cast<size_t>(used));
+    return item.where() + "not JSON: " + (line == 1 ? "" : "line " + std::to_string(absolute) + ", ") + "column " +
+           std::to_string(col) + ": " + error.substr(static_cast<size_t>(used));
 }
 
 std::vector<uint8_t> encode_one(const settings &s, const message &m, std::string_view text, const stream_item *item)
@@ -311,15 +367,14 @@ void run_encode(const settings &s, output &out)
         stream texts(in, stream::json_texts);
         stream_item item;
         std::string error;
-        size_t count = 0;
+        tally t{s};
         while (texts.next(item, error)) {
-            put_bytes(s, out, encode_one(s, m, item.text, &item), s.delimited);
-            out.flush_if_large();
-            ++count;
+            t.one([&] {
+                put_bytes(s, out, encode_one(s, m, item.text, &item), s.delimited);
+                out.flush_if_large();
+            });
         }
-        if (count == 0) {
-            say("warning: the input holds no messages");
-        }
+        t.close();
         return;
     }
     bool empty;
@@ -336,10 +391,16 @@ void run_raw(const settings &s, output &out)
     input in(s.file, &out, s.follow, warn_line);
     const auto one = [&](std::span<const uint8_t> bytes, const std::string &where) {
         std::string error;
-        if (!raw_json(bytes, s.options(), out.buffer(), error)) {
+        raw_output view{out.buffer(), s.base64_bytes, [](void *o) { static_cast<output *>(o)->flush(); }, &out};
+        if (!raw_json(bytes, s.options(), view, error)) {
             throw failure{not_decoded, where + "not a message: " + error};
         }
         out.put("\n");
+        if (view.flattened != 0) {
+            say("warning: " + where + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
+                std::to_string(view.first_flattened) + " parses as a message and is shown as bytes" +
+                (view.flattened > 1 ? " (and " + std::to_string(view.flattened - 1) + " more)" : ""));
+        }
     };
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
@@ -363,6 +424,9 @@ void run_guess(const settings &s, output &out)
     compact.pretty = false;
     const auto found = guess(bytes, s.shared, compact.options());
     if (found.empty()) {
+        if (s.json) {
+            out.put("[]\n"); // still a document for a script
+        }
         throw failure{not_decoded, "no message accepts these bytes"};
     }
     // The ties by name, up to five as far as one line holds them, and a count.
@@ -383,18 +447,21 @@ void run_guess(const settings &s, output &out)
     }
     if (!s.json) {
         for (const auto &c : found) {
-            char line[240];
-            const std::string name(c.msg->name());
-            std::snprintf(line, sizeof line, "%-36s %2u member%s filled, %zu bytes skipped%s%s%s\n", name.c_str(),
-                          c.members_filled, c.members_filled == 1 ? "" : "s", c.bytes_skipped,
-                          c.warnings == 0 ? "" : (", " + plural(c.warnings, "warning", "warnings")).c_str(),
-                          c.misfits == 0 ? "" : (", " + plural(c.misfits, "value", "values") + " not fitting").c_str(),
-                          c.tie ? ", tie" : "");
-            out.put(line);
+            std::string row = std::string(c.msg->name());
+            row.append(row.size() < 36 ? 36 - row.size() : 0, ' ');
+            char filled[64];
+            std::snprintf(filled, sizeof filled, " %2u member%s filled, ", c.members_filled, c.members_filled == 1 ? "" : "s");
+            row += filled + plural(c.bytes_skipped, "byte", "bytes") + " skipped";
+            row += c.cut_off == 0 ? "" : ", " + plural(c.cut_off, "field", "fields") + " cut off";
+            row += c.warnings == 0 ? "" : ", " + plural(c.warnings, "warning", "warnings");
+            row += c.misfits == 0 ? "" : ", " + plural(c.misfits, "value", "values") + " not fitting";
+            out.put(row + (c.tie ? ", tie\n" : "\n"));
         }
         return;
     }
-    json_out j(out.buffer(), s.pretty);
+    // Written as it goes when compact; indented throughout, records included, when pretty.
+    std::string text;
+    json_out j(text, false);
     j.begin_array();
     for (const auto &c : found) {
         j.begin_object();
@@ -404,6 +471,8 @@ void run_guess(const settings &s, output &out)
         j.number(c.members_filled);
         j.key("bytes_skipped");
         j.number(c.bytes_skipped);
+        j.key("fields_cut_off");
+        j.number(c.cut_off);
         j.key("warnings");
         j.number(c.warnings);
         j.key("values_not_fitting");
@@ -415,6 +484,7 @@ void run_guess(const settings &s, output &out)
         j.end_object();
     }
     j.end_array();
+    out.put(s.pretty ? json::parse(text).dump(2) : text);
     out.put("\n");
 }
 
@@ -428,25 +498,31 @@ void run_summary(const settings &s, output &out)
     summary sum(m.schema());
     constexpr size_t warnings_shown = 10;
     size_t warned = 0;
-    each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
-        const json doc = decoded(s, m, bytes, item.where(), not_decoded);
-        const auto notes = tolerated(bytes, m.schema());
-        for (const auto &n : notes) {
-            if (warned++ < warnings_shown) {
-                say("warning: " + item.where() + std::string(m.name()) + ": " + n.text);
+    tally t{s};
+    each_message(
+        s, in,
+        [&](std::span<const uint8_t> bytes, const stream_item &item) {
+            const json doc = decoded(s, m, bytes, item.where(), not_decoded);
+            const auto notes = tolerated(bytes, m.schema());
+            for (const auto &n : notes) {
+                if (warned++ < warnings_shown) {
+                    say("warning: " + item.where() + std::string(m.name()) + ": " + n.text);
+                }
             }
-        }
-        if (s.strict && !notes.empty()) {
-            throw failure{not_decoded, item.where() + std::string(m.name()) + ": refused with --strict: " +
-                                           plural(notes.size(), "warning", "warnings")};
-        }
-        sum.warned(static_cast<unsigned>(notes.size()));
-        sum.add(bytes.size(), doc);
-    });
+            if (s.strict && !notes.empty()) {
+                throw failure{not_decoded, item.where() + std::string(m.name()) + ": refused with --strict: " +
+                                               plural(notes.size(), "warning", "warnings")};
+            }
+            sum.warned(static_cast<unsigned>(notes.size()));
+            sum.add(bytes.size(), doc);
+        },
+        &t);
     if (warned > warnings_shown) {
         say("warning: " + std::to_string(warned - warnings_shown) + " more warnings not shown");
     }
+    sum.failed(t.failed);
     out.put(s.json ? sum.json_text(s.pretty) : sum.text());
+    t.close();
 }
 
 int run_diff(const settings &s, output &out)

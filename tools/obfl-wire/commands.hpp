@@ -22,6 +22,7 @@ struct settings {
     std::string message, file, other_file, topic;
     bool binary = false, base64 = false, shared = false, pretty = false, hex_bytes = false, proto_json = false;
     bool lines = false, delimited = false, strict = false, json = false, keep_unknown = false, follow = false;
+    bool base64_bytes = false, keep_going = false;
     json_options options() const { return {hex_bytes, proto_json, pretty}; }
 };
 

@@ -13,9 +13,37 @@ std::string held(const varint_bytes &v)
     return v.over_64 ? std::string("more than 64 bits") : std::to_string(v.value);
 }
 
+// The value a number member keeps of a varint.
+std::string kept(const field_schema &m, const varint_bytes &v)
+{
+    const auto low = static_cast<uint32_t>(v.value);
+    if (m.elem == nuvex::element::varint64) {
+        return std::to_string(v.value);
+    }
+    if (m.elem == nuvex::element::boolean) {
+        return low != 0 ? "true" : "false";
+    }
+    return m.int32 ? std::to_string(static_cast<int32_t>(low)) : std::to_string(low);
+}
+
+// The varints that fill bytes exactly, at most ten bytes each, or none.
+std::vector<uint64_t> packed_values(std::span<const uint8_t> bytes)
+{
+    std::vector<uint64_t> values;
+    for (size_t at = 0; at < bytes.size();) {
+        const varint_bytes v = varint_at(bytes, at);
+        if (v.size > 10 || at + v.size > bytes.size() || (bytes[at + v.size - 1] & 0x80) != 0) {
+            return {};
+        }
+        values.push_back(v.value);
+        at += v.size;
+    }
+    return values;
+}
+
 struct examiner {
     std::span<const uint8_t> input;
-    std::vector<note> notes;
+    examination found;
     wire_fault fault;
     bool failed = false;
 
@@ -27,10 +55,55 @@ struct examiner {
             failed = true;
             fault = f;
             fault.member = path.empty() ? f.member : f.member.empty() ? path : path + "." + f.member;
+            // Within a nested record the end that was met is the end of its field.
+            if (const size_t at = fault.what.find("the end of the input"); at != std::string::npos && !path.empty()) {
+                fault.what.replace(at + 11, 9, path);
+            }
         }
     }
 
-    void add(std::string text, bool misfit = false) { notes.push_back({std::move(text), misfit}); }
+    void add(std::string text, bool misfit = false) { found.notes.push_back({std::move(text), misfit}); }
+
+    // A run's element whose key says another wire type: what it was read as.
+    template <class Where>
+    void read_as(const wire_field &f, size_t limit, const Where &where)
+    {
+        const field_schema &m = *f.member;
+        std::string as;
+        if (f.read_as == 0) {
+            as = "a varint element of the run: " + kept(m, f.varint);
+        } else if (m.nested != nullptr) {
+            as = "a nested element of the run: " + std::to_string(f.payload.size()) + " bytes";
+        } else if (m.elem == nuvex::element::bytes) {
+            as = "a byte-string element of the run: " + std::to_string(f.payload.size()) + " bytes";
+        } else {
+            std::string text;
+            append_json_string(text, std::string_view(reinterpret_cast<const char *>(f.payload.data()),
+                                                      std::min<size_t>(f.payload.size(), 40)));
+            as = "a string element of the run: " + shortened(std::move(text), 30);
+        }
+        add(where() + ": its key says wire type " + std::to_string(f.type) + ", read as " + as, true);
+        if (f.read_as != 0 || f.type != 2) {
+            return;
+        }
+        // A packed run (length, then the elements' varints), which libprotobuf
+        // reads as elements; this library takes its length as one element and
+        // its elements' bytes as fields.
+        const size_t at = f.offset + f.key.size + f.varint.size;
+        if (f.varint.over_64 || f.varint.value == 0 || f.varint.value > limit - std::min(at, limit)) {
+            return;
+        }
+        const auto values = packed_values(input.subspan(at, static_cast<size_t>(f.varint.value)));
+        if (values.empty()) {
+            return;
+        }
+        std::string list;
+        for (size_t i = 0; i < values.size() && i < 4; ++i) {
+            list += (i == 0 ? "" : ", ") + kept(m, {1, values[i], false});
+        }
+        add(where() + ": a packed run of " + std::to_string(values.size()) + (values.size() == 1 ? " element (" : " elements (") +
+            list + (values.size() > 4 ? ", \xE2\x80\xA6)" : ")") + ", as libprotobuf reads it; read here as its length and fields");
+    }
 
     // The varints of any field: the key, and a number or length. where()
     // names the field; it is built only for a note.
@@ -98,10 +171,12 @@ struct examiner {
             const bool pasted_offset = f.number == 0 && f.offset == 0;
             add(what + " skipped" + (pasted_offset ? " (an offset column pasted with the bytes?)" : ""));
             varints(f, [&] { return what; });
+            found.bytes_skipped += std::min(f.end, limit) - f.offset;
             if (f.end > limit) {
+                ++found.cut_off;
                 add("field " + std::to_string(f.number) + " at byte " + std::to_string(f.offset) +
                     (path.empty() ? "" : " in " + path) + " runs " + std::to_string(f.end - limit) +
-                    " bytes past the end of the input (cut off?)");
+                    (f.end - limit == 1 ? " byte" : " bytes") + " past the end of " + (path.empty() ? std::string("the input") : path) + " (cut off?)");
             }
             return;
         }
@@ -118,9 +193,7 @@ struct examiner {
         const auto where = [&] { return name() + " at byte " + std::to_string(f.offset); };
         varints(f, where);
         if (f.type != f.read_as) {
-            add(where() + ": its key says wire type " + std::to_string(f.type) + ", read as the member's " +
-                    std::to_string(f.read_as) + " within its run",
-                true);
+            read_as(f, limit, where);
         }
         if (f.earlier != wire_field::npos) {
             add(where() + ": given again (before at byte " + std::to_string(f.earlier) + "), " +
@@ -149,11 +222,16 @@ struct examiner {
 
 } // namespace
 
-std::vector<note> tolerated(std::span<const uint8_t> bytes, const record_schema &schema)
+examination examine(std::span<const uint8_t> bytes, const record_schema &schema)
 {
     examiner in{bytes, {}, {}, false};
     in.record(bytes, 0, schema, "");
-    return std::move(in.notes);
+    return std::move(in.found);
+}
+
+std::vector<note> tolerated(std::span<const uint8_t> bytes, const record_schema &schema)
+{
+    return examine(bytes, schema).notes;
 }
 
 std::string failure_place(std::span<const uint8_t> bytes, const record_schema &schema)
@@ -165,18 +243,6 @@ std::string failure_place(std::span<const uint8_t> bytes, const record_schema &s
     }
     return "at byte " + std::to_string(in.fault.offset) + (in.fault.member.empty() ? "" : " in " + in.fault.member) +
            ": " + in.fault.what;
-}
-
-size_t bytes_skipped(std::span<const uint8_t> bytes, const record_schema &schema)
-{
-    size_t skipped = 0;
-    wire_fault fault;
-    walk(bytes, 0, &schema, [&](const wire_field &f) {
-        if (f.member == nullptr) {
-            skipped += std::min(f.end, bytes.size()) - f.offset;
-        }
-    }, fault);
-    return skipped;
 }
 
 } // namespace obfl_wire

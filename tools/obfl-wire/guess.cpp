@@ -11,10 +11,12 @@ std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const 
 {
     std::vector<candidate> found;
     for (const message &m : messages()) {
-        candidate c{&m, 0, 0, 0, 0, 0, false, {}};
+        candidate c{&m, 0, 0, 0, 0, 0, 0, false, {}};
         if (m.decode(bytes, shared, options, c.record, &c.members_filled, &c.named_values) == MIVO_NO_ERROR) {
-            c.bytes_skipped = bytes_skipped(bytes, m.schema());
-            for (const note &n : tolerated(bytes, m.schema())) {
+            const examination e = examine(bytes, m.schema());
+            c.bytes_skipped = e.bytes_skipped;
+            c.cut_off = e.cut_off;
+            for (const note &n : e.notes) {
                 ++c.warnings;
                 c.misfits += n.misfit ? 1 : 0;
             }
@@ -22,7 +24,7 @@ std::vector<candidate> guess(std::span<const uint8_t> bytes, bool shared, const 
         }
     }
     const auto evidence = [](const candidate &c) {
-        return std::tuple(c.misfits, -static_cast<long>(c.members_filled), c.warnings, c.bytes_skipped,
+        return std::tuple(c.cut_off, c.misfits, -static_cast<long>(c.members_filled), c.warnings, c.bytes_skipped,
                           -static_cast<long>(c.named_values));
     };
     std::stable_sort(found.begin(), found.end(), [&](const candidate &a, const candidate &b) {

@@ -37,6 +37,12 @@ public:
         --depth_;
         return base::end_object();
     }
+    bool number_float(number_float_t, const string_t &written)
+    {
+        // As written: a double would show 2^64 as 1.8446744073709552e+19.
+        binary_t text(std::vector<std::uint8_t>(written.begin(), written.end()));
+        return base::binary(text);
+    }
     bool key(std::string &k)
     {
         keys &seen = open_[depth_ - 1];
@@ -83,6 +89,8 @@ void append_brief(std::string &out, const json &v, size_t limit, unsigned depth)
     if (v.is_string()) {
         const std::string &s = v.get_ref<const std::string &>();
         append_json_string(out, std::string_view(s).substr(0, limit - out.size() + 1));
+    } else if (v.is_binary()) {
+        out.append(v.get_binary().begin(), v.get_binary().end()); // a number as written
     } else if (v.is_object() || v.is_array()) {
         out += v.is_object() ? '{' : '[';
         bool first = true;

@@ -18,7 +18,8 @@
 // closed pipe ends the tool as it ends cat, by SIGPIPE. A single result is
 // written only once the whole of it is known; a stream writes each message's
 // line once that message is done, before it waits for the next, and stops at
-// the first bad one.
+// the first bad one, or with --keep-going says it and goes on (exit 1 at the
+// end, with the count of messages that failed).
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -76,9 +77,14 @@ int run(int argc, char **argv)
             o->required();
         }
     };
-    const auto add_reading = [&](CLI::App *cmd, const char *what) {
+    const auto add_reading = [&](CLI::App *cmd, const char *what, bool hex_default = false) {
         cmd->add_option("FILE", s.file, std::string(what) + " (standard input when absent or -)");
-        cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits instead of base64");
+        if (hex_default) {
+            cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits (the default)");
+            cmd->add_flag("--base64-bytes", s.base64_bytes, "byte strings in JSON as base64 instead of hex digits");
+        } else {
+            cmd->add_flag("--hex-bytes", s.hex_bytes, "byte strings in JSON as hex digits instead of base64");
+        }
     };
     const auto add_wire_input = [&](CLI::App *cmd) {
         cmd->add_flag("--binary", s.binary, "read raw bytes instead of hex text");
@@ -91,6 +97,8 @@ int run(int argc, char **argv)
         if (follow) {
             cmd->add_flag("--follow", s.follow, "at the end of FILE wait for more, as tail -f does, until interrupted");
         }
+        cmd->add_flag("--keep-going", s.keep_going, "a message that fails is said (its number and byte offset) and "
+                                                    "the stream goes on; exit 1 at the end if any failed");
     };
     const auto add_shared = [&](CLI::App *cmd) {
         cmd->add_flag("--shared", s.shared, "decode in shared mode (MIVO_FLAG_SHARED): byte strings point into the "
@@ -120,7 +128,7 @@ int run(int argc, char **argv)
 
     auto *raw_cmd = app.add_subcommand("raw", "wire bytes to JSON without a message name: every field by "
                                               "number and wire type, as exact as protoc --decode_raw");
-    add_reading(raw_cmd, wire_text);
+    add_reading(raw_cmd, wire_text, true);
     add_wire_input(raw_cmd);
     add_streams(raw_cmd, "one message per line, one JSON array per line out",
                 "a stream of messages each after its length as a varint, one JSON array per line out");
@@ -186,7 +194,15 @@ int run(int argc, char **argv)
             }
             return a && b;
         };
-        if (both(s.binary, s.base64, "--binary", "--base64") || both(s.lines, s.delimited, "--lines", "--delimited")) {
+        if (both(s.binary, s.base64, "--binary", "--base64") || both(s.lines, s.delimited, "--lines", "--delimited") ||
+            both(s.base64_bytes, s.hex_bytes, "--base64-bytes", "--hex-bytes")) {
+            return refused;
+        }
+        // Lines are a text form: raw bytes hold any byte, a line end among them.
+        if (s.binary && s.lines) {
+            say(cmd->get_name() + ": --binary and --lines exclude each other: lines are text (" +
+                (cmd->get_name() == "encode" ? "one line of hex per message" : "hex or base64, a message each") +
+                "); for raw bytes in a stream give --delimited");
             return refused;
         }
     }

@@ -1,6 +1,6 @@
-// Bytes from text as engineers paste it: hex with any spacing, case, colons,
-// commas and 0x (0x8 as one byte, as in a C array, whose braces and
-// declaration are left out); the dumps of xxd, hexdump -C and od -A x -t x1
+// Bytes from text as engineers paste it: hex with any spacing, case, colons
+// and commas; one byte per 0x (0x8, as in a C array, whose braces and
+// declaration are left out) or per \x (a C string's escapes); the dumps of xxd, hexdump -C and od -A x -t x1
 // with their offset column, ASCII gutter and '*' for repeated lines; base64.
 #pragma once
 

@@ -5,11 +5,6 @@
 namespace obfl_wire {
 namespace {
 
-// Nested fields beyond this depth are shown as bytes (and groups refused):
-// input of a few bytes per level could otherwise nest deep enough to exhaust
-// the stack.
-constexpr unsigned max_depth = 32;
-
 bool is_text(std::string_view s)
 {
     for (char c : s) {
@@ -20,9 +15,21 @@ bool is_text(std::string_view s)
     return valid_utf8(s);
 }
 
+// One field as the wire format has it; a length-delimited value as its span.
+struct field {
+    size_t at;
+    uint32_t number;
+    unsigned type;
+    uint64_t value;                   // a varint or fixed-width value
+    std::span<const uint8_t> payload; // a length-delimited value
+};
+
+// Each level is read twice: once to see that it is a message (scan), then
+// to write it (write), so that the JSON goes out while the bytes are walked
+// and a field is shown as a message only where the whole of it is one.
 struct raw_reader {
     std::span<const uint8_t> input;
-    const json_options &options;
+    raw_output &out;
     std::string error;
 
     bool fail(size_t at, const std::string &what)
@@ -54,148 +61,165 @@ struct raw_reader {
         }
     }
 
-    // The fields from pos to end as a JSON array, or up to the end of group
-    // `group` (0: none open).
-    bool fields(json_out &out, size_t &pos, size_t end, uint32_t group, size_t group_at, unsigned depth)
+    // The field at pos, below end; pos moves past its value (past its key
+    // for a group's start or end).
+    bool next(size_t &pos, size_t end, field &f)
     {
-        out.begin_array();
-        while (pos < end) {
-            const size_t at = pos;
-            uint64_t key;
-            if (!varint(pos, end, key, "the key", at)) {
-                return false;
-            }
-            if (key > UINT32_MAX) {
-                return fail(at, "the key holds more than 32 bits");
-            }
-            const auto number = static_cast<uint32_t>(key >> 3);
-            const auto type = static_cast<unsigned>(key & 7);
-            if (number == 0) {
-                return fail(at, "field number 0 is not valid");
-            }
-            if (type == 6 || type == 7) {
-                return fail(at, "wire type " + std::to_string(type) + " is not valid");
-            }
-            if (type == 4) {
-                if (number != group) {
-                    return fail(at, "the end of group " + std::to_string(number) + " without its start");
-                }
-                out.end_array();
-                return true;
-            }
-            out.begin_object();
-            out.key("field");
-            out.number(number);
-            out.key("wire_type");
-            out.number(type);
-            out.key("offset");
-            out.number(at);
-            if (!value(out, pos, end, number, type, at, depth)) {
-                return false;
-            }
-            out.end_object();
+        f = {pos, 0, 0, 0, {}};
+        uint64_t key;
+        if (!varint(pos, end, key, "the key", f.at)) {
+            return false;
         }
-        if (group != 0) {
-            return fail(group_at, "group " + std::to_string(group) + " has no end");
+        if (key > UINT32_MAX) {
+            return fail(f.at, "the key holds more than 32 bits");
         }
-        out.end_array();
-        return true;
-    }
-
-    bool value(json_out &out, size_t &pos, size_t end, uint32_t number, unsigned type, size_t at, unsigned depth)
-    {
-        if (type == 0) {
-            uint64_t v;
-            if (!varint(pos, end, v, "the varint", at)) {
-                return false;
-            }
-            decimal(out, "varint", v);
-            // The pattern of a negative 32-bit number: five bytes, or ten sign-extended.
-            if ((v >= 0x80000000u && v <= 0xFFFFFFFFu) || v >= 0xFFFFFFFF80000000u) {
-                out.key("int32");
-                out.number(static_cast<int32_t>(static_cast<uint32_t>(v)));
-            }
-        } else if (type == 1 || type == 5) {
-            const size_t width = type == 1 ? 8 : 4;
+        f.number = static_cast<uint32_t>(key >> 3);
+        f.type = static_cast<unsigned>(key & 7);
+        if (f.number == 0) {
+            return fail(f.at, "field number 0 is not valid");
+        }
+        if (f.type == 6 || f.type == 7) {
+            return fail(f.at, "wire type " + std::to_string(f.type) + " is not valid");
+        }
+        if (f.type == 0) {
+            return varint(pos, end, f.value, "the varint", f.at);
+        }
+        if (f.type == 1 || f.type == 5) {
+            const size_t width = f.type == 1 ? 8 : 4;
             if (end - pos < width) {
-                return fail(at, std::string(type == 1 ? "the fixed64" : "the fixed32") +
-                                    " value runs past the end of the input");
+                return fail(f.at, std::string(f.type == 1 ? "the fixed64" : "the fixed32") +
+                                      " value runs past the end of the input");
             }
-            uint64_t v = 0;
             for (size_t i = width; i-- > 0;) {
-                v = v << 8 | input[pos + i];
+                f.value = f.value << 8 | input[pos + i];
             }
             pos += width;
-            if (type == 1) {
-                decimal(out, "fixed64", v);
-            } else {
-                out.key("fixed32");
-                out.number(v);
-            }
-        } else if (type == 2) {
+        } else if (f.type == 2) {
             uint64_t length;
-            if (!varint(pos, end, length, "the length", at)) {
+            if (!varint(pos, end, length, "the length", f.at)) {
                 return false;
             }
             if (length > end - pos) {
-                return fail(at, "length " + std::to_string(length) + " runs past the end of the input (" +
-                                    std::to_string(end - pos) + " bytes left)");
+                return fail(f.at, "length " + std::to_string(length) + " runs past the end of the input (" +
+                                      std::to_string(end - pos) + " bytes left)");
             }
-            const auto payload = input.subspan(pos, static_cast<size_t>(length));
+            f.payload = input.subspan(pos, static_cast<size_t>(length));
             pos += static_cast<size_t>(length);
-            // A nested message where the bytes are one, as protoc --decode_raw shows them.
-            std::string nested;
-            json_out inner(nested, false);
-            size_t p = static_cast<size_t>(payload.data() - input.data());
-            const std::string kept = error;
-            if (!payload.empty() && depth < max_depth && fields(inner, p, p + payload.size(), 0, 0, depth + 1)) {
-                out.key("message");
-                out.literal(nested);
-                return true;
-            }
-            error = kept;
-            const std::string_view s(reinterpret_cast<const char *>(payload.data()), payload.size());
-            if (is_text(s)) {
-                out.key("string");
-                out.string(s);
-            } else {
-                out.key("bytes");
-                out.literal("\"");
-                options.hex_bytes ? append_plain_hex(out.text(), payload) : append_base64(out.text(), payload);
-                out.text() += '"';
-            }
-        } else {
-            if (depth >= max_depth) {
-                return fail(at, "groups nested deeper than " + std::to_string(max_depth) + " levels");
-            }
-            out.key("group");
-            return fields(out, pos, end, number, at, depth + 1);
         }
         return true;
     }
 
-    static void decimal(json_out &out, const char *key, uint64_t v)
+    // Whether pos to end holds fields (or the rest of group `group`, 0 for
+    // none), groups within checked to their end; pos ends past them.
+    bool scan(size_t &pos, size_t end, uint32_t group, size_t group_at, unsigned depth)
+    {
+        field f;
+        while (pos < end) {
+            if (!next(pos, end, f)) {
+                return false;
+            }
+            if (f.type == 4) {
+                return f.number == group || fail(f.at, "the end of group " + std::to_string(f.number) + " without its start");
+            }
+            if (f.type == 3 && depth >= raw_depth_limit) {
+                return fail(f.at, "groups nested deeper than " + std::to_string(raw_depth_limit) + " levels");
+            }
+            if (f.type == 3 && !scan(pos, end, f.number, f.at, depth + 1)) {
+                return false;
+            }
+        }
+        return group == 0 || fail(group_at, "group " + std::to_string(group) + " has no end");
+    }
+
+    // Writes what scan accepted.
+    void write(json_out &j, size_t &pos, size_t end, unsigned depth)
+    {
+        j.begin_array();
+        field f;
+        while (pos < end && next(pos, end, f) && f.type != 4) {
+            j.begin_object();
+            j.key("field");
+            j.number(f.number);
+            j.key("wire_type");
+            j.number(f.type);
+            j.key("offset");
+            j.number(f.at);
+            if (f.type == 0) {
+                decimal(j, "varint", f.value);
+                // The pattern of a negative 32-bit number: five bytes, or ten sign-extended.
+                if ((f.value >= 0x80000000u && f.value <= 0xFFFFFFFFu) || f.value >= 0xFFFFFFFF80000000u) {
+                    j.key("int32");
+                    j.number(static_cast<int32_t>(static_cast<uint32_t>(f.value)));
+                }
+            } else if (f.type == 1) {
+                decimal(j, "fixed64", f.value);
+            } else if (f.type == 5) {
+                j.key("fixed32");
+                j.number(f.value);
+            } else if (f.type == 3) {
+                j.key("group");
+                write(j, pos, end, depth + 1);
+            } else {
+                length_delimited(j, f, depth);
+            }
+            j.end_object();
+            if (out.spill != nullptr && out.text.size() >= 1 << 16) {
+                out.spill(out.context);
+            }
+        }
+        j.end_array();
+    }
+
+    // A nested message where the bytes are one, as protoc --decode_raw shows
+    // them; else text, else bytes.
+    void length_delimited(json_out &j, const field &f, unsigned depth)
+    {
+        const std::span<const uint8_t> payload = f.payload;
+        const size_t begin = static_cast<size_t>(payload.data() - input.data());
+        size_t pos = begin;
+        if (!payload.empty() && scan(pos, begin + payload.size(), 0, 0, depth + 1)) {
+            if (depth + 1 <= raw_depth_limit) {
+                j.key("message");
+                pos = begin;
+                write(j, pos, begin + payload.size(), depth + 1);
+                return;
+            }
+            out.first_flattened = out.flattened++ == 0 ? f.at : out.first_flattened;
+        }
+        const std::string_view s(reinterpret_cast<const char *>(payload.data()), payload.size());
+        if (is_text(s)) {
+            j.key("string");
+            j.string(s);
+            return;
+        }
+        j.key("bytes");
+        j.literal("\"");
+        out.base64 ? append_base64(j.text(), payload) : append_plain_hex(j.text(), payload);
+        j.text() += '"';
+    }
+
+    static void decimal(json_out &j, const char *key, uint64_t v)
     {
         char b[24];
         const auto e = std::to_chars(b, b + sizeof b, v).ptr;
-        out.key(key);
-        out.string(std::string_view(b, static_cast<size_t>(e - b)));
+        j.key(key);
+        j.string(std::string_view(b, static_cast<size_t>(e - b)));
     }
 };
 
 } // namespace
 
-bool raw_json(std::span<const uint8_t> bytes, const json_options &options, std::string &out, std::string &error)
+bool raw_json(std::span<const uint8_t> bytes, const json_options &options, raw_output &out, std::string &error)
 {
-    raw_reader r{bytes, options, {}};
-    std::string text;
-    json_out j(text, false);
+    raw_reader r{bytes, out, {}};
     size_t pos = 0;
-    if (!r.fields(j, pos, bytes.size(), 0, 0, 0)) {
+    if (!r.scan(pos, bytes.size(), 0, 0, 0)) {
         error = r.error;
         return false;
     }
-    out += options.pretty ? json::parse(text).dump(2) : text;
+    json_out j(out.text, options.pretty);
+    pos = 0;
+    r.write(j, pos, bytes.size(), 0);
     return true;
 }
 

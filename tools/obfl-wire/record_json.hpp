@@ -106,7 +106,9 @@ std::string result_name(int result);
 
 // JSON text -> document. Refuses a key given twice in one object and
 // nesting deeper than json_depth_limit; on failure error says where ("line 1,
-// column 9: ...").
+// column 9: ..."). A number that is no 64-bit integer (a fraction, an
+// exponent, an integer too large) is kept as written, as a binary value,
+// which JSON text never yields, so that a refusal quotes it as given.
 bool parse_json(std::string_view text, json &out, std::string &error);
 inline constexpr unsigned json_depth_limit = 64;
 
@@ -134,5 +136,7 @@ struct json_scan {
 // A value for a one-line message: compact JSON of at most limit bytes, cut
 // with an ellipsis.
 std::string brief(const json &value, size_t limit = 40);
+// The JSON type of a value, such a number included: "number", "string", ...
+inline const char *type_of(const json &value) { return value.is_binary() ? "number" : value.type_name(); }
 
 } // namespace obfl_wire

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <new>
 
@@ -48,8 +49,10 @@ struct reader {
             const int64_t i = v.get<int64_t>();
             negative = i < 0;
             magnitude = negative ? uint64_t{0} - static_cast<uint64_t>(i) : static_cast<uint64_t>(i);
-        } else if (v.is_number_float()) {
-            const double d = v.get<double>();
+        } else if (v.is_binary()) {
+            // A number that is no 64-bit integer, kept as written (json_in.cpp).
+            const auto &written = v.get_binary();
+            const double d = std::strtod(std::string(written.begin(), written.end()).c_str(), nullptr);
             if (!std::isfinite(d) || d != std::floor(d)) {
                 return fail(path, shown() + " is a fraction, not an integer");
             }
@@ -77,7 +80,7 @@ struct reader {
                 magnitude = magnitude * 10 + digit;
             }
         } else {
-            return fail(path, std::string("expected a number, got ") + v.type_name() + " " + shown());
+            return fail(path, std::string("expected a number, got ") + type_of(v) + " " + shown());
         }
         const auto range = [&] {
             return shown() + " is out of range for " + scalar_name<V>() + " (" + std::to_string(limits::min()) +
@@ -156,7 +159,7 @@ struct reader {
         constexpr auto e = F::kind::elem;
         if constexpr (e == element::string) {
             if (!v.is_string()) {
-                return fail(path, std::string("expected a string, got ") + v.type_name() + " " + brief(v));
+                return fail(path, std::string("expected a string, got ") + type_of(v) + " " + brief(v));
             }
             const std::string &s = v.get_ref<const std::string &>();
             if (s.find('\0') != std::string::npos) {
@@ -169,7 +172,7 @@ struct reader {
         } else if constexpr (e == element::bytes) {
             if (!v.is_string()) {
                 return fail(path, std::string("expected a ") + (options.hex_bytes ? "hex" : "base64") +
-                                      " string, got " + v.type_name() + " " + brief(v));
+                                      " string, got " + type_of(v) + " " + brief(v));
             }
             const std::string &s = v.get_ref<const std::string &>();
             std::vector<uint8_t> hex_bytes;
@@ -187,7 +190,7 @@ struct reader {
             return record(v, path + ".", out);
         } else if constexpr (e == element::boolean) {
             if (!v.is_boolean()) {
-                return fail(path, std::string("expected true or false, got ") + v.type_name() + " " + brief(v));
+                return fail(path, std::string("expected true or false, got ") + type_of(v) + " " + brief(v));
             }
             out = v.get<bool>() ? 1 : 0;
             return true;
@@ -205,7 +208,7 @@ struct reader {
     {
         if (!in.is_object()) {
             const std::string where = prefix.empty() ? std::string("message") : prefix.substr(0, prefix.size() - 1);
-            return fail(where, std::string("expected an object, got ") + in.type_name());
+            return fail(where, std::string("expected an object, got ") + type_of(in));
         }
         // The key each member was given under: a second spelling of one member is refused.
         std::array<const std::string *, 32> given{};
@@ -255,7 +258,7 @@ struct reader {
         auto &value = F::value(r);
         if constexpr (F::kind::repeated) {
             if (!v.is_array()) {
-                return fail(path, std::string("expected an array, got ") + v.type_name() + " " + brief(v));
+                return fail(path, std::string("expected an array, got ") + type_of(v) + " " + brief(v));
             }
             E *list = allocate<E>(v.size());
             for (size_t i = 0; i < v.size(); ++i) {

@@ -8,7 +8,8 @@ namespace obfl_wire {
 std::string stream_item::where() const
 {
     if (!bytes.data() && text.data() != nullptr) {
-        return "line " + std::to_string(line) + ": ";
+        return "message " + std::to_string(number) + " (line " + std::to_string(line) + ", from byte " +
+               std::to_string(at) + "): ";
     }
     return "message " + std::to_string(number) + " (from byte " + std::to_string(at) + "): ";
 }
@@ -57,9 +58,10 @@ bool stream::next_delimited(stream_item &item, std::string &error)
 bool stream::next_line(stream_item &item)
 {
     std::string_view line;
-    while (in_.line(line)) {
+    for (uint64_t at = in_.position(); in_.line(line); at = in_.position()) {
         item.line = line_++;
         if (line.find_first_not_of(" \t\r") != std::string_view::npos) {
+            item.at = at; // blank lines before it left out
             item.text = line;
             return true;
         }

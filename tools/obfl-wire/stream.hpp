@@ -20,7 +20,8 @@ struct stream_item {
     size_t column = 1;          // column of its start (JSON)
     std::span<const uint8_t> bytes; // delimited
     std::string_view text;          // a line, or a JSON text
-    // "message 2 (from byte 3): " or "line 2: ", to open a message about it.
+    // "message 2 (from byte 3): " or "message 2 (line 2, from byte 6): ", to
+    // open a message about it.
     std::string where() const;
 };
 

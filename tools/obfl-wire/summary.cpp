@@ -122,6 +122,7 @@ json summary::document() const
     d["smallest"] = smallest_;
     d["largest"] = largest_;
     d["warnings"] = warnings_;
+    d["failed"] = failed_;
     json members = json::object();
     for (const auto &[path, m] : members_) {
         json j;
@@ -186,6 +187,9 @@ std::string summary::text() const
     std::string out = messages_ == 0 ? "messages 0\n" : line;
     if (warnings_ != 0) {
         out += "warnings " + std::to_string(warnings_) + "\n";
+    }
+    if (failed_ != 0) {
+        out += "failed   " + std::to_string(failed_) + " (not decoded, not counted above)\n";
     }
     const json d = document();
     for (const auto &[path, m] : members_) {

@@ -22,6 +22,7 @@ public:
     // One message: its size on the wire and its record as decode writes it.
     void add(size_t bytes, const json &record);
     void warned(unsigned notes) { warnings_ += notes; }
+    void failed(uint64_t messages) { failed_ += messages; } // not decoded (--keep-going), not counted otherwise
     // A table for people, or one JSON document for scripts.
     std::string text() const;
     std::string json_text(bool pretty) const;
@@ -47,7 +48,7 @@ private:
     json document() const;
 
     const record_schema &schema_;
-    uint64_t messages_ = 0, bytes_ = 0, smallest_ = 0, largest_ = 0, warnings_ = 0;
+    uint64_t messages_ = 0, bytes_ = 0, smallest_ = 0, largest_ = 0, warnings_ = 0, failed_ = 0;
     std::vector<std::pair<std::string, member>> members_; // in the order first met
     std::map<std::string, size_t> index_;
     sequence seq_;

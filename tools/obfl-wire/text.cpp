@@ -60,37 +60,76 @@ size_t utf8_sequence(std::string_view s)
 
 } // namespace
 
+bool hex_separator(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == ':' || c == ',' || c == ';' || c == '"';
+}
+
+hex_fault hex_token(std::string_view t, std::vector<uint8_t> &out, size_t &at)
+{
+    const auto prefix = [&](size_t i, char first) {
+        return i + 1 < t.size() && t[i] == first && (t[i + 1] == 'x' || t[i + 1] == 'X');
+    };
+    // One byte after each prefix: "0x8", "\x08\x01".
+    const char lead = prefix(0, '\\') ? '\\' : prefix(0, '0') ? '0' : 0;
+    if (lead != 0) {
+        for (size_t i = 0; i < t.size();) {
+            at = i;
+            if (!prefix(i, lead) || (lead == '0' && i != 0)) {
+                return hex_fault::not_digit;
+            }
+            unsigned value = 0;
+            size_t end = i + 2;
+            for (; end < t.size() && t[end] != '\\'; ++end) {
+                const int digit = hex_digit(t[end]);
+                if (digit < 0) {
+                    at = end;
+                    return hex_fault::not_digit;
+                }
+                value = (value << 4 | static_cast<unsigned>(digit)) & 0xFFF;
+            }
+            if (end - i - 2 == 0 || end - i - 2 > 2) {
+                return end - i - 2 == 0 ? hex_fault::empty : hex_fault::wide;
+            }
+            out.push_back(static_cast<uint8_t>(value));
+            i = end;
+        }
+        return hex_fault::none;
+    }
+    for (size_t i = 0; i < t.size(); ++i) {
+        if (hex_digit(t[i]) < 0) {
+            at = i;
+            return hex_fault::not_digit;
+        }
+    }
+    at = 0;
+    if (t.size() % 2 != 0) {
+        return hex_fault::odd;
+    }
+    for (size_t i = 0; i < t.size(); i += 2) {
+        out.push_back(static_cast<uint8_t>(hex_digit(t[i]) << 4 | hex_digit(t[i + 1])));
+    }
+    return hex_fault::none;
+}
+
 bool parse_hex(std::string_view text, std::vector<uint8_t> &out)
 {
     std::vector<uint8_t> bytes;
     bytes.reserve(text.size() / 3 + 1);
-    int high = -1;
-    bool group_start = true;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == ':' || c == ',') {
-            group_start = true;
-            continue;
-        }
-        if (group_start && c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
+    for (size_t i = 0; i < text.size();) {
+        if (hex_separator(text[i])) {
             ++i;
-            group_start = false;
             continue;
         }
-        group_start = false;
-        const int v = hex_digit(c);
-        if (v < 0) {
+        size_t end = i;
+        while (end < text.size() && !hex_separator(text[end])) {
+            ++end;
+        }
+        size_t at;
+        if (hex_token(text.substr(i, end - i), bytes, at) != hex_fault::none) {
             return false;
         }
-        if (high < 0) {
-            high = v;
-        } else {
-            bytes.push_back(static_cast<uint8_t>(high << 4 | v));
-            high = -1;
-        }
-    }
-    if (high >= 0) {
-        return false;
+        i = end;
     }
     out.insert(out.end(), bytes.begin(), bytes.end());
     return true;

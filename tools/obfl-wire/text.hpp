@@ -10,8 +10,16 @@
 
 namespace obfl_wire {
 
-// Hex text as people paste it: any spacing, either case, colons or commas
-// between bytes, 0x before any group. False when it is not that.
+// One token of hex text (no separator in it) -> its bytes: digits two to a
+// byte ("0801"), 0xH or 0xHH as one byte, or \xH escapes run together as in
+// a C string, one byte each. Digits are never paired across tokens, so a
+// token that is none of these is refused: at says where in it.
+enum class hex_fault { none, not_digit, odd, empty, wide };
+hex_fault hex_token(std::string_view token, std::vector<uint8_t> &out, size_t &at);
+bool hex_separator(char c); // space, tab, line ends, ':', ',', ';' and '"'
+
+// Hex text as people paste it: tokens as hex_token reads them between
+// separators. False when it is not that.
 bool parse_hex(std::string_view text, std::vector<uint8_t> &out);
 // "08 01 10 AC 02"
 std::string to_hex(std::span<const uint8_t> bytes);

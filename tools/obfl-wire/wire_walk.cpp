@@ -62,9 +62,11 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
         } else if (m != nullptr) {
             run = nullptr;
             if (f.type != m->wire_type) {
+                const bool packed = m->repeated && m->wire_type == NUVEX_TYPE_VARINT && f.type == NUVEX_TYPE_LENGTH;
                 return refuse(start, m, "field " + std::to_string(f.number) + " has wire type " +
                                             std::to_string(f.type) + ", the member takes " +
-                                            std::to_string(m->wire_type));
+                                            std::to_string(m->wire_type) +
+                                            (packed ? " (packed? elements are read one field each)" : ""));
             }
             const bool once = m->repeated || m->elem == nuvex::element::string || m->elem == nuvex::element::bytes;
             const size_t earlier = f.number < seen.size() ? seen[f.number] : wire_field::npos;
@@ -83,22 +85,41 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
         } else {
             run = nullptr;
         }
+        // A value that cannot be read: within a run, the element by its index,
+        // and what its key said.
+        const auto refuse_value = [&](std::string what) {
+            std::string name = m != nullptr ? m->name : std::string();
+            if (m != nullptr && m->repeated && f.index != 0) {
+                name += '[';
+                name += std::to_string(f.index);
+                name += ']';
+            }
+            if (f.type != f.read_as) {
+                const char *kind = m->nested != nullptr                   ? "a nested"
+                                   : m->elem == nuvex::element::bytes     ? "a byte-string"
+                                   : m->elem == nuvex::element::string    ? "a string"
+                                                                          : "a varint";
+                what = "its key says wire type " + std::to_string(f.type) + ", read as " + kind + " element: " + what;
+            }
+            fault = {base + start, std::move(name), std::move(what)};
+            return false;
+        };
         const size_t value_at = pos;
         if (f.read_as == NUVEX_TYPE_VARINT) {
             if (nuvex_decode_var64(nullptr, &pos, src, size) != MIVO_NO_ERROR) {
-                return refuse(start, m, "the varint runs past the end of the input");
+                return refuse_value("the varint runs past the end of the input");
             }
             f.varint = varint_at(bytes, value_at);
         } else if (f.read_as == NUVEX_TYPE_LENGTH) {
             uint32_t length;
             size_t after = pos;
             if (nuvex_decode_var32(&length, &after, src, size) != MIVO_NO_ERROR) {
-                return refuse(start, m, "the length runs past the end of the input");
+                return refuse_value("the length runs past the end of the input");
             }
             f.varint = varint_at(bytes, value_at);
             if (m != nullptr && length > size - after) {
-                return refuse(start, m, "length " + std::to_string(length) + " runs past the end of the input (" +
-                                            std::to_string(size - after) + " bytes left)");
+                return refuse_value("length " + std::to_string(length) + " runs past the end of the input (" +
+                                    std::to_string(size - after) + " bytes left)");
             }
             f.payload = bytes.subspan(after, std::min<size_t>(length, size - after));
         } else if (f.read_as == NUVEX_TYPE_FIXED64 || f.read_as == NUVEX_TYPE_FIXED32) {
