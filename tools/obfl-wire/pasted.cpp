@@ -7,11 +7,6 @@
 namespace obfl_wire {
 namespace {
 
-int hex_digit(char c)
-{
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
 struct line {
     std::string_view text;
     size_t number; // counted from first_line
@@ -33,16 +28,9 @@ struct reader {
     bool hex(const line &l, std::string_view full_text)
     {
         const std::string_view t = l.text;
-        for (size_t i = 0; i < t.size();) {
-            if (hex_separator(t[i])) {
-                ++i;
-                continue;
-            }
-            size_t end = i;
-            while (end < t.size() && !hex_separator(t[end])) {
-                ++end;
-            }
-            const std::string_view token = t.substr(i, end - i);
+        size_t pos = 0;
+        for (std::string_view token; !(token = next_hex_token(t, pos)).empty();) {
+            const size_t i = pos - token.size();
             size_t at = 0;
             const hex_fault fault = hex_token(token, out, at);
             if (fault == hex_fault::not_digit) {
@@ -58,7 +46,6 @@ struct reader {
                                                   : "' is more than one byte (one \\x per byte)";
                 return fail(l, i, what);
             }
-            i = end;
         }
         return true;
     }

@@ -9,20 +9,6 @@ const char base64_digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 const char hex_upper[] = "0123456789ABCDEF";
 const char hex_lower[] = "0123456789abcdef";
 
-int hex_digit(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 // Length of the well-formed UTF-8 sequence at s[0], or 0 (overlong forms,
 // surrogates and values past U+10FFFF are not well formed).
 size_t utf8_sequence(std::string_view s)
@@ -60,9 +46,33 @@ size_t utf8_sequence(std::string_view s)
 
 } // namespace
 
-bool hex_separator(char c)
+int hex_digit(char c)
 {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == ':' || c == ',' || c == ';' || c == '"';
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+std::string_view next_hex_token(std::string_view text, size_t &pos)
+{
+    const auto separator = [](char c) {
+        return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == ':' || c == ',' || c == ';' || c == '"';
+    };
+    while (pos < text.size() && separator(text[pos])) {
+        ++pos;
+    }
+    const size_t start = pos;
+    while (pos < text.size() && !separator(text[pos])) {
+        ++pos;
+    }
+    return text.substr(start, pos - start);
 }
 
 hex_fault hex_token(std::string_view t, std::vector<uint8_t> &out, size_t &at)
@@ -116,20 +126,12 @@ bool parse_hex(std::string_view text, std::vector<uint8_t> &out)
 {
     std::vector<uint8_t> bytes;
     bytes.reserve(text.size() / 3 + 1);
-    for (size_t i = 0; i < text.size();) {
-        if (hex_separator(text[i])) {
-            ++i;
-            continue;
-        }
-        size_t end = i;
-        while (end < text.size() && !hex_separator(text[end])) {
-            ++end;
-        }
+    size_t pos = 0;
+    for (std::string_view token; !(token = next_hex_token(text, pos)).empty();) {
         size_t at;
-        if (hex_token(text.substr(i, end - i), bytes, at) != hex_fault::none) {
+        if (hex_token(token, bytes, at) != hex_fault::none) {
             return false;
         }
-        i = end;
     }
     out.insert(out.end(), bytes.begin(), bytes.end());
     return true;

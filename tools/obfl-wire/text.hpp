@@ -16,7 +16,10 @@ namespace obfl_wire {
 // token that is none of these is refused: at says where in it.
 enum class hex_fault { none, not_digit, odd, empty, wide };
 hex_fault hex_token(std::string_view token, std::vector<uint8_t> &out, size_t &at);
-bool hex_separator(char c); // space, tab, line ends, ':', ',', ';' and '"'
+// The next token after pos between separators (space, tab, line ends, ':',
+// ',', ';' and '"'); pos is left at its end. Empty when none is left.
+std::string_view next_hex_token(std::string_view text, size_t &pos);
+int hex_digit(char c); // its value, or -1
 
 // Hex text as people paste it: tokens as hex_token reads them between
 // separators. False when it is not that.
