@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "allocators.hpp"
+#include "catalogue_table.hpp"
 #include "line_card_mix.hpp"
 #include "peers.hpp"
 #include "workloads.hpp"
@@ -20,13 +21,10 @@
 namespace bench {
 namespace {
 
-// One message as every contender handles it, behind plain function pointers
-// so that all of them pay the same indirect call.
+// One message as each peer handles it, behind plain function pointers so
+// that all of them pay the same indirect call as ours, which go through the
+// catalogue table.
 struct w9_kind {
-    size_t ours_size;
-    int (*ours_decode)(void *, const uint8_t *, size_t, mivo_alloc_t *, void *);
-    size_t (*ours_encode)(const void *, uint8_t *, size_t);
-    void (*ours_release)(void *, mivo_free_t *, void *);
     bool (*pb_parse)(const uint8_t *, size_t);
     size_t (*pb_write)(const google::protobuf::Message &, uint8_t *);
     const ProtobufCMessageDescriptor *pbc;
@@ -37,18 +35,7 @@ struct w9_kind {
 };
 
 #define W9_KIND(n, weight)                                                                                    \
-    w9_kind{sizeof(struct mivo_##n),                                                                           \
-            [](void *r, const uint8_t *p, size_t k, mivo_alloc_t *a, void *t) {                                \
-                return mivo_##n##_decode_ext(static_cast<struct mivo_##n *>(r), p, k, a, t, MIVO_FLAGS_NONE);  \
-            },                                                                                                 \
-            [](const void *r, uint8_t *d, size_t k) {                                                          \
-                return mivo_##n##_encode_ext(static_cast<const struct mivo_##n *>(r), d, k, nullptr, nullptr,  \
-                                             MIVO_FLAGS_NONE);                                                 \
-            },                                                                                                 \
-            [](void *r, mivo_free_t *f, void *t) {                                                             \
-                mivo_##n##_free_ext(static_cast<struct mivo_##n *>(r), f, t, MIVO_FLAGS_NONE);                 \
-            },                                                                                                 \
-            [](const uint8_t *p, size_t k) {                                                                   \
+    w9_kind{[](const uint8_t *p, size_t k) {                                                                   \
                 obfl::n m;                                                                                     \
                 return m.ParseFromArray(p, static_cast<int>(k));                                               \
             },                                                                                                 \
@@ -69,7 +56,14 @@ class line_card {
 public:
     bool prepare()
     {
+        for (const mix_message &m : mix_messages()) {
+            ours_.push_back(mivo_catalogue::find(m.name));
+            if (ours_.back() == nullptr) {
+                return fail(std::string("W9 message ") + m.name + ": not in the catalogue");
+            }
+        }
         std::vector<mix_record> mix = line_card_mix();
+        size_t largest = 0;
         recs_.resize(mix.size());
         for (size_t i = 0; i < mix.size(); ++i) {
             record &r = recs_[i];
@@ -79,9 +73,9 @@ public:
             if (!prepare_one(r)) {
                 return fail(std::string("W9 record ") + std::to_string(i) + " (" + mix_messages()[r.kind].name + ")");
             }
-            largest_ = std::max(largest_, r.wire.size());
+            largest = std::max(largest, r.wire.size());
         }
-        out_.assign(2 * largest_ + 1024, 0);
+        out_.assign(2 * largest + 1024, 0);
         return true;
     }
 
@@ -101,7 +95,7 @@ public:
     {
         for (auto &r : recs_) {
             if (r.ours) {
-                w9_kinds[r.kind].ours_release(r.ours.get(), heap_free, nullptr);
+                ours_[r.kind]->release(r.ours.get(), heap_free, nullptr, MIVO_FLAGS_NONE);
             }
             if (r.pbc != nullptr) {
                 protobuf_c_message_free_unpacked(r.pbc, nullptr);
@@ -132,21 +126,24 @@ private:
     bool prepare_one(record &r)
     {
         const w9_kind &k = w9_kinds[r.kind];
-        r.ours = std::make_unique<unsigned char[]>(k.ours_size);
+        const mivo_catalogue::entry &ours_entry = *ours_[r.kind];
+        r.ours = std::make_unique<unsigned char[]>(ours_entry.record_size);
         r.npb = std::make_unique<unsigned char[]>(k.npb_size);
         if (std::strcmp(mix_messages()[r.kind].name, "mgbl_request_done") == 0) {
             r.blob = std::make_unique<npb_blob>(); // the one callback member's storage
         }
         k.npb_decoding(r.npb.get(), r.blob.get());
         pb_istream_t is = pb_istream_from_buffer(u8(r.wire), r.wire.size());
-        if (k.ours_decode(r.ours.get(), u8(r.wire), r.wire.size(), heap_alloc, nullptr) != MIVO_NO_ERROR ||
+        if (ours_entry.decode(r.ours.get(), u8(r.wire), r.wire.size(), heap_alloc, nullptr, MIVO_FLAGS_NONE) !=
+                MIVO_NO_ERROR ||
             (r.pbc = protobuf_c_message_unpack(k.pbc, nullptr, r.wire.size(), u8(r.wire))) == nullptr ||
             !pb_decode(&is, k.npb, r.npb.get())) {
             return false;
         }
         k.npb_encoding(r.npb.get());
-        std::string ours(k.ours_encode(r.ours.get(), nullptr, 0), '\0');
-        k.ours_encode(r.ours.get(), reinterpret_cast<uint8_t *>(ours.data()), ours.size());
+        std::string ours(ours_entry.encode(r.ours.get(), nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE), '\0');
+        ours_entry.encode(r.ours.get(), reinterpret_cast<uint8_t *>(ours.data()), ours.size(), nullptr, nullptr,
+                          MIVO_FLAGS_NONE);
         std::string pbc(protobuf_c_message_get_packed_size(r.pbc), '\0');
         protobuf_c_message_pack(r.pbc, reinterpret_cast<uint8_t *>(pbc.data()));
         size_t n = 0;
@@ -178,9 +175,9 @@ private:
     {
         for (auto _ : st) {
             const record &r = next();
-            const auto &k = w9_kinds[r.kind];
-            const size_t n = k.ours_encode(r.ours.get(), nullptr, 0);
-            benchmark::DoNotOptimize(k.ours_encode(r.ours.get(), out_.data(), n));
+            const auto &k = *ours_[r.kind];
+            const size_t n = k.encode(r.ours.get(), nullptr, 0, nullptr, nullptr, MIVO_FLAGS_NONE);
+            benchmark::DoNotOptimize(k.encode(r.ours.get(), out_.data(), n, nullptr, nullptr, MIVO_FLAGS_NONE));
             benchmark::ClobberMemory();
         }
     }
@@ -215,16 +212,13 @@ private:
     }
     void decode_ours(benchmark::State &st)
     {
-        size_t largest = 0;
-        for (const auto &k : w9_kinds) {
-            largest = std::max(largest, k.ours_size);
-        }
-        std::vector<unsigned char> scratch(largest);
+        mivo_catalogue::record_storage scratch;
         for (auto _ : st) {
             const record &r = next();
-            const auto &k = w9_kinds[r.kind];
-            benchmark::DoNotOptimize(k.ours_decode(scratch.data(), u8(r.wire), r.wire.size(), heap_alloc, nullptr));
-            k.ours_release(scratch.data(), heap_free, nullptr);
+            const auto &k = *ours_[r.kind];
+            benchmark::DoNotOptimize(
+                k.decode(&scratch, u8(r.wire), r.wire.size(), heap_alloc, nullptr, MIVO_FLAGS_NONE));
+            k.release(&scratch, heap_free, nullptr, MIVO_FLAGS_NONE);
         }
     }
     void decode_pb(benchmark::State &st)
@@ -262,8 +256,8 @@ private:
         }
     }
 
+    std::vector<const mivo_catalogue::entry *> ours_; // by kind
     std::vector<record> recs_;
-    size_t largest_ = 0;
     size_t at_ = 0;
     std::vector<uint8_t> out_;
 };
