@@ -8,13 +8,8 @@
 #   0.2) set the effort; extra arguments go to the benchmark program.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/packages.sh
-ensure_packages cmake ninja-build g++ binutils python3 pkg-config gnuplot-nox libbenchmark-dev \
-  libprotobuf-dev protobuf-compiler libprotobuf-c-dev protobuf-c-compiler libnanopb-dev nanopb \
-  nlohmann-json3-dev libcli11-dev
-build=${BENCH_BUILD_DIR:-build-bench}
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DMIVO_BUILD_BENCHMARKS=ON \
-  -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=OFF >/dev/null
+. scripts/bench_tree.sh
+bench_tree gnuplot-nox
 cmake --build "$build" --parallel "${JOBS:-2}" --target codec_bench
 "$build"/bench/codec_bench --benchmark_repetitions="${REPETITIONS:-7}" --benchmark_min_time="${MIN_TIME:-0.2}" \
   --benchmark_report_aggregates_only=true --benchmark_out="$build"/bench.json --benchmark_out_format=json \

@@ -46,34 +46,26 @@ done
 [[ $n =~ ^[0-9]+$ ]] && ((n >= 1000)) || { echo "instructions.sh: --n must be a whole number of at least 1000" >&2; exit 2; }
 [[ -z $compare || -r $compare ]] || { echo "instructions.sh: cannot read $compare" >&2; exit 2; }
 
-. scripts/packages.sh
-ensure_packages cmake ninja-build g++ binutils python3 pkg-config valgrind libbenchmark-dev \
-  libprotobuf-dev protobuf-compiler libprotobuf-c-dev protobuf-c-compiler libnanopb-dev nanopb \
-  nlohmann-json3-dev libcli11-dev
-
-build=${BENCH_BUILD_DIR:-build-bench}
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DMIVO_BUILD_BENCHMARKS=ON \
-  -DMIVO_BUILD_TESTS=OFF -DMIVO_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$build" --parallel "${JOBS:-2}" --target callgrind_driver mivo_obfl_mgr mivo_tesk_eid >/dev/null
+. scripts/bench_tree.sh
+bench_tree valgrind
+# The driver brings both libraries with it.
+cmake --build "$build" --parallel "${JOBS:-2}" --target callgrind_driver >/dev/null
 driver=$build/bench/callgrind_driver
 
 # The libraries come from LD_LIBRARY_PATH, which the loader searches before a
 # RUNPATH but after an RPATH: the driver must carry the first kind only.
 libs=$(realpath "${libs:-$build}")
 obfl_dir=$libs/system_pkg/obfl common_dir=$libs/shared_pkg/common
-for f in "$obfl_dir"/libmivo_obfl_mgr.so.1 "$common_dir"/libmivo_tesk_eid.so.1; do
-  [[ -e $f ]] || { echo "instructions.sh: $f not found: is $libs a build tree with the libraries built?" >&2; exit 2; }
-done
 if readelf -d "$driver" | grep -q '(RPATH)'; then
   echo "instructions.sh: $driver carries an RPATH, which would override LD_LIBRARY_PATH" >&2
   exit 1
 fi
 export LD_LIBRARY_PATH=$obfl_dir:$common_dir
-for lib in libmivo_obfl_mgr.so.1 libmivo_tesk_eid.so.1; do
-  got=$(ldd "$driver" | awk -v l="$lib" '$1 == l { print $3 }')
-  want=$( [[ $lib == libmivo_obfl* ]] && echo "$obfl_dir" || echo "$common_dir")/$lib
+for want in "$obfl_dir"/libmivo_obfl_mgr.so.1 "$common_dir"/libmivo_tesk_eid.so.1; do
+  [[ -e $want ]] || { echo "instructions.sh: $want not found: is $libs a build tree with the libraries built?" >&2; exit 2; }
+  got=$(ldd "$driver" | awk -v l="${want##*/}" '$1 == l { print $3 }')
   if [[ $(realpath "$got") != $(realpath "$want") ]]; then
-    echo "instructions.sh: the driver loads $lib from '$got', not from $want" >&2
+    echo "instructions.sh: the driver loads ${want##*/} from '$got', not from $want" >&2
     exit 1
   fi
 done
