@@ -13,19 +13,6 @@ std::string held(const varint_bytes &v)
     return v.over_64 ? std::string("more than 64 bits") : std::to_string(v.value);
 }
 
-// The value a number member keeps of a varint.
-std::string kept(const field_schema &m, const varint_bytes &v)
-{
-    const auto low = static_cast<uint32_t>(v.value);
-    if (m.elem == nuvex::element::varint64) {
-        return std::to_string(v.value);
-    }
-    if (m.elem == nuvex::element::boolean) {
-        return low != 0 ? "true" : "false";
-    }
-    return m.int32 ? std::to_string(static_cast<int32_t>(low)) : std::to_string(low);
-}
-
 // The varints that fill bytes exactly, at most ten bytes each, or none.
 std::vector<uint64_t> packed_values(std::span<const uint8_t> bytes)
 {
@@ -71,7 +58,7 @@ struct examiner {
         const field_schema &m = *f.member;
         std::string as;
         if (f.read_as == 0) {
-            as = "a varint element of the run: " + kept(m, f.varint);
+            as = "a varint element of the run: " + kept_value(m, f.varint.value);
         } else if (m.nested != nullptr) {
             as = "a nested element of the run: " + std::to_string(f.payload.size()) + " bytes";
         } else if (m.elem == nuvex::element::bytes) {
@@ -99,7 +86,7 @@ struct examiner {
         }
         std::string list;
         for (size_t i = 0; i < values.size() && i < 4; ++i) {
-            list += (i == 0 ? "" : ", ") + kept(m, {1, values[i], false});
+            list += (i == 0 ? "" : ", ") + kept_value(m, values[i]);
         }
         add(where() + ": a packed run of " + std::to_string(values.size()) + (values.size() == 1 ? " element (" : " elements (") +
             list + (values.size() > 4 ? ", \xE2\x80\xA6)" : ")") + ", as libprotobuf reads it; read here as its length and fields");
@@ -136,26 +123,21 @@ struct examiner {
     {
         const field_schema &m = *f.member;
         const uint64_t v = f.varint.value;
-        const auto low = static_cast<uint32_t>(v);
-        const auto holds = [&] { return where() + ": the varint holds " + held(f.varint); };
+        const bool over_32 = f.varint.over_64 || v > UINT32_MAX;
+        const char *read = nullptr; // how the value was read, where that drops or changes it
         if (m.elem == nuvex::element::varint64) {
-            if (f.varint.over_64) {
-                add(holds() + "; the low 64 bits kept: " + std::to_string(v), true);
-            }
+            read = f.varint.over_64 ? "; the low 64 bits kept: " : nullptr;
         } else if (m.elem == nuvex::element::boolean) {
-            if (f.varint.over_64 || v > UINT32_MAX) {
-                add(holds() + "; its low 32 bits read: " + (low != 0 ? "true" : "false"), true);
-            } else if (v > 1) {
-                add(holds() + ", read as true", true);
-            }
+            read = over_32 ? "; its low 32 bits read: " : v > 1 ? ", read as " : nullptr;
         } else if (m.int32) {
             // Five bytes (our own form) or ten sign-extended (libprotobuf's) carry the same int32.
-            if (f.varint.over_64 || (v > UINT32_MAX && v < 0xFFFFFFFF80000000u)) {
-                add(holds() + ", more than an int32; the low 32 bits kept: " + std::to_string(static_cast<int32_t>(low)),
-                    true);
-            }
-        } else if (f.varint.over_64 || v > UINT32_MAX) {
-            add(holds() + ", more than 32 bits; the low 32 bits kept: " + std::to_string(low), true);
+            const bool fits = !f.varint.over_64 && (v <= UINT32_MAX || v >= 0xFFFFFFFF80000000u);
+            read = fits ? nullptr : ", more than an int32; the low 32 bits kept: ";
+        } else {
+            read = over_32 ? ", more than 32 bits; the low 32 bits kept: " : nullptr;
+        }
+        if (read != nullptr) {
+            add(where() + ": the varint holds " + held(f.varint) + read + kept_value(m, v), true);
         }
     }
 

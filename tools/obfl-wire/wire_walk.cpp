@@ -29,6 +29,18 @@ varint_bytes varint_slow(std::span<const uint8_t> bytes, size_t at)
     return v;
 }
 
+std::string kept_value(const field_schema &m, uint64_t v)
+{
+    const auto low = static_cast<uint32_t>(v);
+    if (m.elem == nuvex::element::varint64) {
+        return std::to_string(v);
+    }
+    if (m.elem == nuvex::element::boolean) {
+        return low != 0 ? "true" : "false";
+    }
+    return m.int32 ? std::to_string(static_cast<int32_t>(low)) : std::to_string(low);
+}
+
 bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault)
 {
     static const uint8_t nothing[1] = {0};

@@ -66,6 +66,11 @@ private:
 // returns false with fault at the first thing the decoder would refuse.
 bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault);
 
+// What a number member keeps of a varint's low 64 bits, as the decoder reads
+// it: a uint64 all of them, a bool whether its low 32 bits are set, the rest
+// the low 32 bits, signed for an int32.
+std::string kept_value(const field_schema &m, uint64_t v);
+
 // The varint at bytes[at], read to its end (or the end of the input).
 varint_bytes varint_slow(std::span<const uint8_t> bytes, size_t at);
 inline varint_bytes varint_at(std::span<const uint8_t> bytes, size_t at)
