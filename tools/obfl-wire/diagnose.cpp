@@ -13,6 +13,12 @@ std::string held(const varint_bytes &v)
     return v.over_64 ? std::string("more than 64 bits") : std::to_string(v.value);
 }
 
+// Where the bytes of a record end: the input's, or within a nested record its field's.
+std::string_view end_of(const std::string &path)
+{
+    return path.empty() ? std::string_view("the input") : std::string_view(path);
+}
+
 // The varints that fill bytes exactly, at most ten bytes each, or none.
 std::vector<uint64_t> packed_values(std::span<const uint8_t> bytes)
 {
@@ -37,15 +43,13 @@ struct examiner {
     void record(std::span<const uint8_t> bytes, size_t base, const record_schema &schema, const std::string &path)
     {
         wire_fault f;
-        const bool ok = walk(bytes, base, &schema, [&](const wire_field &field) { this->field(field, base + bytes.size(), path); }, f);
+        const bool ok = walk(
+            bytes, base, &schema, [&](const wire_field &field) { this->field(field, base + bytes.size(), path); }, f,
+            end_of(path));
         if (!ok && !failed) {
             failed = true;
             fault = f;
             fault.member = path.empty() ? f.member : f.member.empty() ? path : path + "." + f.member;
-            // Within a nested record the end that was met is the end of its field.
-            if (const size_t at = fault.what.find("the end of the input"); at != std::string::npos && !path.empty()) {
-                fault.what.replace(at + 11, 9, path);
-            }
         }
     }
 
@@ -158,7 +162,7 @@ struct examiner {
                 ++found.cut_off;
                 add("field " + std::to_string(f.number) + " at byte " + std::to_string(f.offset) +
                     (path.empty() ? "" : " in " + path) + " runs " + std::to_string(f.end - limit) +
-                    (f.end - limit == 1 ? " byte" : " bytes") + " past the end of " + (path.empty() ? std::string("the input") : path) + " (cut off?)");
+                    (f.end - limit == 1 ? " byte" : " bytes") + " past the end of " + std::string(end_of(path)) + " (cut off?)");
             }
             return;
         }
