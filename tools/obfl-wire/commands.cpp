@@ -102,8 +102,10 @@ size_t delimited_count(std::span<const uint8_t> bytes, const message &m)
 }
 
 // One message's bytes -> its JSON line in out; warnings on standard error.
-// Returns the number of warnings.
-size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where,
+// Returns the number of warnings. where() opens a line about the message; it
+// is built only for one (most messages of a stream have none).
+template <class Where>
+size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where,
                   output &out, bool hint = false)
 {
     std::string &text = out.buffer();
@@ -118,19 +120,19 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
         text.resize(mark);
         const std::string place = failure_place(bytes, m.schema());
         suggest_delimited();
-        throw failure{not_decoded, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, where() + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
     }
     const auto notes = tolerated(bytes, m.schema());
+    const std::string opening = notes.empty() ? std::string() : where() + std::string(m.name()) + ": ";
     for (const auto &n : notes) {
-        say("warning: " + where + std::string(m.name()) + ": " + n.text);
+        say("warning: " + opening + n.text);
     }
     if (!notes.empty()) {
         suggest_delimited();
     }
     if (s.strict && !notes.empty()) {
         text.resize(mark);
-        throw failure{not_decoded, where + std::string(m.name()) + ": refused with --strict: " +
-                                       plural(notes.size(), "warning", "warnings")};
+        throw failure{not_decoded, opening + "refused with --strict: " + plural(notes.size(), "warning", "warnings")};
     }
     if (s.keep_unknown) {
         json doc = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end());
@@ -289,8 +291,10 @@ std::vector<uint8_t> single_message(const settings &s, const std::string &file, 
     return {bytes.view.begin(), bytes.view.end()};
 }
 
-// Decodes one message to its JSON document; failures say which input.
-json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where, status bad)
+// Decodes one message to its JSON document; failures say which input, as
+// where() opens the line.
+template <class Where>
+json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where, status bad)
 {
     std::string text;
     json_options o = s.options();
@@ -298,7 +302,7 @@ json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes
     const int rc = m.decode(bytes, s.shared, o, text, nullptr, nullptr);
     if (rc != MIVO_NO_ERROR) {
         const std::string place = failure_place(bytes, m.schema());
-        throw failure{bad, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{bad, where() + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
     }
     json doc = json::parse(text);
     if (s.keep_unknown) {
@@ -326,7 +330,7 @@ void run_decode(const settings &s, output &out)
     input in(s.file, &out, s.follow, warn_line);
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            decode_one(s, m, bytes, item.where(), out);
+            decode_one(s, m, bytes, [&] { return item.where(); }, out);
             out.flush_if_large();
         });
         return;
@@ -354,7 +358,7 @@ void run_decode(const settings &s, output &out)
             throw failure{not_decoded, "refused with --strict: several lines of hex"};
         }
     }
-    decode_one(s, m, bytes, "", out, true);
+    decode_one(s, m, bytes, [] { return std::string(); }, out, true);
 }
 
 void run_encode(const settings &s, output &out)
@@ -389,22 +393,23 @@ void run_raw(const settings &s, output &out)
 {
     check_stream_flags(s, "raw");
     input in(s.file, &out, s.follow, warn_line);
-    const auto one = [&](std::span<const uint8_t> bytes, const std::string &where) {
+    // where() opens a line about the message, built only for one.
+    const auto one = [&](std::span<const uint8_t> bytes, const auto &where) {
         std::string error;
         raw_output view{out.buffer(), s.base64_bytes, [](void *o) { static_cast<output *>(o)->flush(); }, &out};
         if (!raw_json(bytes, s.options(), view, error)) {
-            throw failure{not_decoded, where + "not a message: " + error};
+            throw failure{not_decoded, where() + "not a message: " + error};
         }
         out.put("\n");
         if (view.flattened != 0) {
-            say("warning: " + where + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
+            say("warning: " + where() + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
                 std::to_string(view.first_flattened) + " parses as a message and is shown as bytes" +
                 (view.flattened > 1 ? " (and " + std::to_string(view.flattened - 1) + " more)" : ""));
         }
     };
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            one(bytes, item.where());
+            one(bytes, [&] { return item.where(); });
             out.flush_if_large();
         });
         return;
@@ -414,7 +419,7 @@ void run_raw(const settings &s, output &out)
     if (empty) {
         say("warning: the input is empty: no fields");
     }
-    one(bytes, "");
+    one(bytes, [] { return std::string(); });
 }
 
 void run_guess(const settings &s, output &out)
@@ -502,7 +507,7 @@ void run_summary(const settings &s, output &out)
     each_message(
         s, in,
         [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            const json doc = decoded(s, m, bytes, item.where(), not_decoded);
+            const json doc = decoded(s, m, bytes, [&] { return item.where(); }, not_decoded);
             const auto notes = tolerated(bytes, m.schema());
             for (const auto &n : notes) {
                 if (warned++ < warnings_shown) {
@@ -534,8 +539,8 @@ int run_diff(const settings &s, output &out)
     const auto name = [](const std::string &f) { return f == "-" ? std::string("standard input") : f; };
     const auto a_bytes = single_message(s, s.file, "compare");
     const auto b_bytes = single_message(s, s.other_file, "compare");
-    const json a = decoded(s, m, a_bytes, name(s.file) + ": ", refused);
-    const json b = decoded(s, m, b_bytes, name(s.other_file) + ": ", refused);
+    const json a = decoded(s, m, a_bytes, [&] { return name(s.file) + ": "; }, refused);
+    const json b = decoded(s, m, b_bytes, [&] { return name(s.other_file) + ": "; }, refused);
     for (const auto &[file, bytes] : {std::pair{name(s.file), &a_bytes}, std::pair{name(s.other_file), &b_bytes}}) {
         for (const auto &n : tolerated(*bytes, m.schema())) {
             say("warning: " + file + ": " + std::string(m.name()) + ": " + n.text);
