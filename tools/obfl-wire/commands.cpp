@@ -101,11 +101,25 @@ size_t delimited_count(std::span<const uint8_t> bytes, const message &m)
     return count >= 2 ? count : 0;
 }
 
+// The line for a message the decoder refuses: opening, its name, the
+// decoder's result and where in the bytes it stopped.
+std::string refusal(const std::string &opening, const message &m, int rc, std::span<const uint8_t> bytes)
+{
+    const std::string place = failure_place(bytes, m.schema());
+    return opening + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place);
+}
+
+// A message that decoded with warnings, refused with --strict; opening names it.
+failure strict_refusal(const std::string &opening, size_t warnings)
+{
+    return failure{not_decoded, opening + "refused with --strict: " + plural(warnings, "warning", "warnings")};
+}
+
 // One message's bytes -> its JSON line in out; warnings on standard error.
-// Returns the number of warnings. where() opens a line about the message; it
-// is built only for one (most messages of a stream have none).
+// where() opens a line about the message; it is built only for one (most
+// messages of a stream have none).
 template <class Where>
-size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where,
+void decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where,
                   output &out, bool hint = false)
 {
     std::string &text = out.buffer();
@@ -118,9 +132,8 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
     };
     if (rc != MIVO_NO_ERROR) {
         text.resize(mark);
-        const std::string place = failure_place(bytes, m.schema());
         suggest_delimited();
-        throw failure{not_decoded, where() + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, refusal(where(), m, rc, bytes)};
     }
     const auto notes = tolerated(bytes, m.schema());
     const std::string opening = notes.empty() ? std::string() : where() + std::string(m.name()) + ": ";
@@ -132,7 +145,7 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
     }
     if (s.strict && !notes.empty()) {
         text.resize(mark);
-        throw failure{not_decoded, opening + "refused with --strict: " + plural(notes.size(), "warning", "warnings")};
+        throw strict_refusal(opening, notes.size());
     }
     if (s.keep_unknown) {
         json doc = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end());
@@ -142,10 +155,7 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
         }
     }
     text += '\n';
-    return notes.size();
 }
-
-void warn_line(const std::string &line) { say(line); }
 
 // The messages of a stream counted; with --keep-going a message that fails
 // is said and counted, and the stream goes on to the next.
@@ -157,13 +167,12 @@ struct tally {
     void one(Fn fn)
     {
         ++messages;
-        if (!s.keep_going) {
-            fn();
-            return;
-        }
         try {
             fn();
         } catch (const failure &f) {
+            if (!s.keep_going) {
+                throw;
+            }
             say(f.line);
             ++failed;
         }
@@ -301,8 +310,7 @@ json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes
     o.pretty = false;
     const int rc = m.decode(bytes, s.shared, o, text, nullptr, nullptr);
     if (rc != MIVO_NO_ERROR) {
-        const std::string place = failure_place(bytes, m.schema());
-        throw failure{bad, where() + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{bad, refusal(where(), m, rc, bytes)};
     }
     json doc = json::parse(text);
     if (s.keep_unknown) {
@@ -327,7 +335,7 @@ void run_decode(const settings &s, output &out)
 {
     check_stream_flags(s, "decode");
     const message &m = lookup(s.message);
-    input in(s.file, &out, s.follow, warn_line);
+    input in(s.file, &out, s.follow, say);
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
             decode_one(s, m, bytes, [&] { return item.where(); }, out);
@@ -365,7 +373,7 @@ void run_encode(const settings &s, output &out)
 {
     check_stream_flags(s, "encode");
     const message &m = lookup(s.message);
-    input in(s.file, &out, s.follow, warn_line);
+    input in(s.file, &out, s.follow, say);
     if (s.lines || s.delimited) {
         // JSON texts one after another, each on a line of its own or over several.
         stream texts(in, stream::json_texts);
@@ -392,7 +400,7 @@ void run_encode(const settings &s, output &out)
 void run_raw(const settings &s, output &out)
 {
     check_stream_flags(s, "raw");
-    input in(s.file, &out, s.follow, warn_line);
+    input in(s.file, &out, s.follow, say);
     // where() opens a line about the message, built only for one.
     const auto one = [&](std::span<const uint8_t> bytes, const auto &where) {
         std::string error;
@@ -515,8 +523,7 @@ void run_summary(const settings &s, output &out)
                 }
             }
             if (s.strict && !notes.empty()) {
-                throw failure{not_decoded, item.where() + std::string(m.name()) + ": refused with --strict: " +
-                                               plural(notes.size(), "warning", "warnings")};
+                throw strict_refusal(item.where() + std::string(m.name()) + ": ", notes.size());
             }
             sum.warned(static_cast<unsigned>(notes.size()));
             sum.add(bytes.size(), doc);
@@ -571,8 +578,7 @@ void run_annotate(const settings &s, output &out)
     std::string text;
     const int rc = m.decode(bytes, s.shared, {}, text, nullptr, nullptr);
     if (rc != MIVO_NO_ERROR || !whole) {
-        const std::string place = failure_place(bytes, m.schema());
-        throw failure{not_decoded, std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, refusal("", m, rc, bytes)};
     }
     for (const auto &n : tolerated(bytes, m.schema())) {
         say("warning: " + std::string(m.name()) + ": " + n.text);
