@@ -22,26 +22,16 @@ struct annotator {
     std::string &out;
     bool ok = true;
 
-    // The decoder's view of a number member.
+    // The decoder's view of a number member; an enumeration's by its constant's name.
     static std::string number(const field_schema &m, const wire_field &f)
     {
-        const uint64_t v = f.varint.value;
-        const auto low = static_cast<uint32_t>(v);
-        if (m.elem == nuvex::element::varint64) {
-            return std::to_string(v);
-        }
-        if (m.elem == nuvex::element::boolean) {
-            return low != 0 ? "true" : "false";
-        }
-        if (m.int32) {
-            return std::to_string(static_cast<int32_t>(low));
-        }
+        const auto low = static_cast<uint32_t>(f.varint.value);
         for (const constant &c : m.constants) {
             if (c.value == low) {
                 return std::string(c.name) + " (" + std::to_string(low) + ")";
             }
         }
-        return std::to_string(low);
+        return kept_value(m, f.varint.value);
     }
 
     std::string value(const wire_field &f)

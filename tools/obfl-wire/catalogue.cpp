@@ -70,21 +70,18 @@ std::string describe_entry()
     });
     // Then each enumeration the members take, with its constants.
     std::vector<std::string_view> listed;
-    nuvex::for_each_field<R>([&]<class F>() {
-        using E = element_t<R, F>;
-        if constexpr (std::is_enum_v<E>) {
-            if (std::find(listed.begin(), listed.end(), enum_info<E>::name) != listed.end()) {
-                return;
-            }
-            listed.push_back(enum_info<E>::name);
-            out += std::string("\n") + enum_info<E>::name + '\n';
-            for (const constant &c : enum_info<E>::constants) {
-                char line[128];
-                std::snprintf(line, sizeof line, "%5u  %s\n", c.value, c.name);
-                out += line;
-            }
+    for (const field_schema &f : schema_of<R>().fields) {
+        if (f.enumeration == nullptr || std::find(listed.begin(), listed.end(), f.enumeration) != listed.end()) {
+            continue;
         }
-    });
+        listed.push_back(f.enumeration);
+        out += std::string("\n") + f.enumeration + '\n';
+        for (const constant &c : f.constants) {
+            char line[128];
+            std::snprintf(line, sizeof line, "%5u  %s\n", c.value, c.name);
+            out += line;
+        }
+    }
     return out;
 }
 

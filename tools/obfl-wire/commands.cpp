@@ -101,9 +101,25 @@ size_t delimited_count(std::span<const uint8_t> bytes, const message &m)
     return count >= 2 ? count : 0;
 }
 
+// The line for a message the decoder refuses: opening, its name, the
+// decoder's result and where in the bytes it stopped.
+std::string refusal(const std::string &opening, const message &m, int rc, std::span<const uint8_t> bytes)
+{
+    const std::string place = failure_place(bytes, m.schema());
+    return opening + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place);
+}
+
+// A message that decoded with warnings, refused with --strict; opening names it.
+failure strict_refusal(const std::string &opening, size_t warnings)
+{
+    return failure{not_decoded, opening + "refused with --strict: " + plural(warnings, "warning", "warnings")};
+}
+
 // One message's bytes -> its JSON line in out; warnings on standard error.
-// Returns the number of warnings.
-size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where,
+// where() opens a line about the message; it is built only for one (most
+// messages of a stream have none).
+template <class Where>
+void decode_one(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where,
                   output &out, bool hint = false)
 {
     std::string &text = out.buffer();
@@ -116,21 +132,20 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
     };
     if (rc != MIVO_NO_ERROR) {
         text.resize(mark);
-        const std::string place = failure_place(bytes, m.schema());
         suggest_delimited();
-        throw failure{not_decoded, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, refusal(where(), m, rc, bytes)};
     }
     const auto notes = tolerated(bytes, m.schema());
+    const std::string opening = notes.empty() ? std::string() : where() + std::string(m.name()) + ": ";
     for (const auto &n : notes) {
-        say("warning: " + where + std::string(m.name()) + ": " + n.text);
+        say("warning: " + opening + n.text);
     }
     if (!notes.empty()) {
         suggest_delimited();
     }
     if (s.strict && !notes.empty()) {
         text.resize(mark);
-        throw failure{not_decoded, where + std::string(m.name()) + ": refused with --strict: " +
-                                       plural(notes.size(), "warning", "warnings")};
+        throw strict_refusal(opening, notes.size());
     }
     if (s.keep_unknown) {
         json doc = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end());
@@ -140,10 +155,7 @@ size_t decode_one(const settings &s, const message &m, std::span<const uint8_t> 
         }
     }
     text += '\n';
-    return notes.size();
 }
-
-void warn_line(const std::string &line) { say(line); }
 
 // The messages of a stream counted; with --keep-going a message that fails
 // is said and counted, and the stream goes on to the next.
@@ -155,13 +167,12 @@ struct tally {
     void one(Fn fn)
     {
         ++messages;
-        if (!s.keep_going) {
-            fn();
-            return;
-        }
         try {
             fn();
         } catch (const failure &f) {
+            if (!s.keep_going) {
+                throw;
+            }
             say(f.line);
             ++failed;
         }
@@ -289,16 +300,17 @@ std::vector<uint8_t> single_message(const settings &s, const std::string &file, 
     return {bytes.view.begin(), bytes.view.end()};
 }
 
-// Decodes one message to its JSON document; failures say which input.
-json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes, const std::string &where, status bad)
+// Decodes one message to its JSON document; failures say which input, as
+// where() opens the line.
+template <class Where>
+json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes, const Where &where, status bad)
 {
     std::string text;
     json_options o = s.options();
     o.pretty = false;
     const int rc = m.decode(bytes, s.shared, o, text, nullptr, nullptr);
     if (rc != MIVO_NO_ERROR) {
-        const std::string place = failure_place(bytes, m.schema());
-        throw failure{bad, where + std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{bad, refusal(where(), m, rc, bytes)};
     }
     json doc = json::parse(text);
     if (s.keep_unknown) {
@@ -323,10 +335,10 @@ void run_decode(const settings &s, output &out)
 {
     check_stream_flags(s, "decode");
     const message &m = lookup(s.message);
-    input in(s.file, &out, s.follow, warn_line);
+    input in(s.file, &out, s.follow, say);
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            decode_one(s, m, bytes, item.where(), out);
+            decode_one(s, m, bytes, [&] { return item.where(); }, out);
             out.flush_if_large();
         });
         return;
@@ -354,14 +366,14 @@ void run_decode(const settings &s, output &out)
             throw failure{not_decoded, "refused with --strict: several lines of hex"};
         }
     }
-    decode_one(s, m, bytes, "", out, true);
+    decode_one(s, m, bytes, [] { return std::string(); }, out, true);
 }
 
 void run_encode(const settings &s, output &out)
 {
     check_stream_flags(s, "encode");
     const message &m = lookup(s.message);
-    input in(s.file, &out, s.follow, warn_line);
+    input in(s.file, &out, s.follow, say);
     if (s.lines || s.delimited) {
         // JSON texts one after another, each on a line of its own or over several.
         stream texts(in, stream::json_texts);
@@ -388,23 +400,24 @@ void run_encode(const settings &s, output &out)
 void run_raw(const settings &s, output &out)
 {
     check_stream_flags(s, "raw");
-    input in(s.file, &out, s.follow, warn_line);
-    const auto one = [&](std::span<const uint8_t> bytes, const std::string &where) {
+    input in(s.file, &out, s.follow, say);
+    // where() opens a line about the message, built only for one.
+    const auto one = [&](std::span<const uint8_t> bytes, const auto &where) {
         std::string error;
         raw_output view{out.buffer(), s.base64_bytes, [](void *o) { static_cast<output *>(o)->flush(); }, &out};
         if (!raw_json(bytes, s.options(), view, error)) {
-            throw failure{not_decoded, where + "not a message: " + error};
+            throw failure{not_decoded, where() + "not a message: " + error};
         }
         out.put("\n");
         if (view.flattened != 0) {
-            say("warning: " + where + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
+            say("warning: " + where() + "nesting stops at depth " + std::to_string(raw_depth_limit) + ": the field at byte " +
                 std::to_string(view.first_flattened) + " parses as a message and is shown as bytes" +
                 (view.flattened > 1 ? " (and " + std::to_string(view.flattened - 1) + " more)" : ""));
         }
     };
     if (s.delimited || s.lines) {
         each_message(s, in, [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            one(bytes, item.where());
+            one(bytes, [&] { return item.where(); });
             out.flush_if_large();
         });
         return;
@@ -414,7 +427,7 @@ void run_raw(const settings &s, output &out)
     if (empty) {
         say("warning: the input is empty: no fields");
     }
-    one(bytes, "");
+    one(bytes, [] { return std::string(); });
 }
 
 void run_guess(const settings &s, output &out)
@@ -502,7 +515,7 @@ void run_summary(const settings &s, output &out)
     each_message(
         s, in,
         [&](std::span<const uint8_t> bytes, const stream_item &item) {
-            const json doc = decoded(s, m, bytes, item.where(), not_decoded);
+            const json doc = decoded(s, m, bytes, [&] { return item.where(); }, not_decoded);
             const auto notes = tolerated(bytes, m.schema());
             for (const auto &n : notes) {
                 if (warned++ < warnings_shown) {
@@ -510,8 +523,7 @@ void run_summary(const settings &s, output &out)
                 }
             }
             if (s.strict && !notes.empty()) {
-                throw failure{not_decoded, item.where() + std::string(m.name()) + ": refused with --strict: " +
-                                               plural(notes.size(), "warning", "warnings")};
+                throw strict_refusal(item.where() + std::string(m.name()) + ": ", notes.size());
             }
             sum.warned(static_cast<unsigned>(notes.size()));
             sum.add(bytes.size(), doc);
@@ -534,8 +546,8 @@ int run_diff(const settings &s, output &out)
     const auto name = [](const std::string &f) { return f == "-" ? std::string("standard input") : f; };
     const auto a_bytes = single_message(s, s.file, "compare");
     const auto b_bytes = single_message(s, s.other_file, "compare");
-    const json a = decoded(s, m, a_bytes, name(s.file) + ": ", refused);
-    const json b = decoded(s, m, b_bytes, name(s.other_file) + ": ", refused);
+    const json a = decoded(s, m, a_bytes, [&] { return name(s.file) + ": "; }, refused);
+    const json b = decoded(s, m, b_bytes, [&] { return name(s.other_file) + ": "; }, refused);
     for (const auto &[file, bytes] : {std::pair{name(s.file), &a_bytes}, std::pair{name(s.other_file), &b_bytes}}) {
         for (const auto &n : tolerated(*bytes, m.schema())) {
             say("warning: " + file + ": " + std::string(m.name()) + ": " + n.text);
@@ -566,8 +578,7 @@ void run_annotate(const settings &s, output &out)
     std::string text;
     const int rc = m.decode(bytes, s.shared, {}, text, nullptr, nullptr);
     if (rc != MIVO_NO_ERROR || !whole) {
-        const std::string place = failure_place(bytes, m.schema());
-        throw failure{not_decoded, std::string(m.name()) + ": " + result_name(rc) + (place.empty() ? "" : " " + place)};
+        throw failure{not_decoded, refusal("", m, rc, bytes)};
     }
     for (const auto &n : tolerated(bytes, m.schema())) {
         say("warning: " + std::string(m.name()) + ": " + n.text);

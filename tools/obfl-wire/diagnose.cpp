@@ -13,17 +13,10 @@ std::string held(const varint_bytes &v)
     return v.over_64 ? std::string("more than 64 bits") : std::to_string(v.value);
 }
 
-// The value a number member keeps of a varint.
-std::string kept(const field_schema &m, const varint_bytes &v)
+// Where the bytes of a record end: the input's, or within a nested record its field's.
+std::string_view end_of(const std::string &path)
 {
-    const auto low = static_cast<uint32_t>(v.value);
-    if (m.elem == nuvex::element::varint64) {
-        return std::to_string(v.value);
-    }
-    if (m.elem == nuvex::element::boolean) {
-        return low != 0 ? "true" : "false";
-    }
-    return m.int32 ? std::to_string(static_cast<int32_t>(low)) : std::to_string(low);
+    return path.empty() ? std::string_view("the input") : std::string_view(path);
 }
 
 // The varints that fill bytes exactly, at most ten bytes each, or none.
@@ -50,15 +43,13 @@ struct examiner {
     void record(std::span<const uint8_t> bytes, size_t base, const record_schema &schema, const std::string &path)
     {
         wire_fault f;
-        const bool ok = walk(bytes, base, &schema, [&](const wire_field &field) { this->field(field, base + bytes.size(), path); }, f);
+        const bool ok = walk(
+            bytes, base, &schema, [&](const wire_field &field) { this->field(field, base + bytes.size(), path); }, f,
+            end_of(path));
         if (!ok && !failed) {
             failed = true;
             fault = f;
             fault.member = path.empty() ? f.member : f.member.empty() ? path : path + "." + f.member;
-            // Within a nested record the end that was met is the end of its field.
-            if (const size_t at = fault.what.find("the end of the input"); at != std::string::npos && !path.empty()) {
-                fault.what.replace(at + 11, 9, path);
-            }
         }
     }
 
@@ -71,7 +62,7 @@ struct examiner {
         const field_schema &m = *f.member;
         std::string as;
         if (f.read_as == 0) {
-            as = "a varint element of the run: " + kept(m, f.varint);
+            as = "a varint element of the run: " + kept_value(m, f.varint.value);
         } else if (m.nested != nullptr) {
             as = "a nested element of the run: " + std::to_string(f.payload.size()) + " bytes";
         } else if (m.elem == nuvex::element::bytes) {
@@ -99,7 +90,7 @@ struct examiner {
         }
         std::string list;
         for (size_t i = 0; i < values.size() && i < 4; ++i) {
-            list += (i == 0 ? "" : ", ") + kept(m, {1, values[i], false});
+            list += (i == 0 ? "" : ", ") + kept_value(m, values[i]);
         }
         add(where() + ": a packed run of " + std::to_string(values.size()) + (values.size() == 1 ? " element (" : " elements (") +
             list + (values.size() > 4 ? ", \xE2\x80\xA6)" : ")") + ", as libprotobuf reads it; read here as its length and fields");
@@ -136,26 +127,21 @@ struct examiner {
     {
         const field_schema &m = *f.member;
         const uint64_t v = f.varint.value;
-        const auto low = static_cast<uint32_t>(v);
-        const auto holds = [&] { return where() + ": the varint holds " + held(f.varint); };
+        const bool over_32 = f.varint.over_64 || v > UINT32_MAX;
+        const char *read = nullptr; // how the value was read, where that drops or changes it
         if (m.elem == nuvex::element::varint64) {
-            if (f.varint.over_64) {
-                add(holds() + "; the low 64 bits kept: " + std::to_string(v), true);
-            }
+            read = f.varint.over_64 ? "; the low 64 bits kept: " : nullptr;
         } else if (m.elem == nuvex::element::boolean) {
-            if (f.varint.over_64 || v > UINT32_MAX) {
-                add(holds() + "; its low 32 bits read: " + (low != 0 ? "true" : "false"), true);
-            } else if (v > 1) {
-                add(holds() + ", read as true", true);
-            }
+            read = over_32 ? "; its low 32 bits read: " : v > 1 ? ", read as " : nullptr;
         } else if (m.int32) {
             // Five bytes (our own form) or ten sign-extended (libprotobuf's) carry the same int32.
-            if (f.varint.over_64 || (v > UINT32_MAX && v < 0xFFFFFFFF80000000u)) {
-                add(holds() + ", more than an int32; the low 32 bits kept: " + std::to_string(static_cast<int32_t>(low)),
-                    true);
-            }
-        } else if (f.varint.over_64 || v > UINT32_MAX) {
-            add(holds() + ", more than 32 bits; the low 32 bits kept: " + std::to_string(low), true);
+            const bool fits = !f.varint.over_64 && (v <= UINT32_MAX || v >= 0xFFFFFFFF80000000u);
+            read = fits ? nullptr : ", more than an int32; the low 32 bits kept: ";
+        } else {
+            read = over_32 ? ", more than 32 bits; the low 32 bits kept: " : nullptr;
+        }
+        if (read != nullptr) {
+            add(where() + ": the varint holds " + held(f.varint) + read + kept_value(m, v), true);
         }
     }
 
@@ -176,7 +162,7 @@ struct examiner {
                 ++found.cut_off;
                 add("field " + std::to_string(f.number) + " at byte " + std::to_string(f.offset) +
                     (path.empty() ? "" : " in " + path) + " runs " + std::to_string(f.end - limit) +
-                    (f.end - limit == 1 ? " byte" : " bytes") + " past the end of " + (path.empty() ? std::string("the input") : path) + " (cut off?)");
+                    (f.end - limit == 1 ? " byte" : " bytes") + " past the end of " + std::string(end_of(path)) + " (cut off?)");
             }
             return;
         }

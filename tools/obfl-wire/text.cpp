@@ -80,12 +80,13 @@ hex_fault hex_token(std::string_view t, std::vector<uint8_t> &out, size_t &at)
     const auto prefix = [&](size_t i, char first) {
         return i + 1 < t.size() && t[i] == first && (t[i + 1] == 'x' || t[i + 1] == 'X');
     };
-    // One byte after each prefix: "0x8", "\x08\x01".
+    // One byte after each prefix: "0x8", "\x08\x01". Digits stop only at a
+    // backslash, so a "0x" token has no second prefix: "0x08\x01" is refused there.
     const char lead = prefix(0, '\\') ? '\\' : prefix(0, '0') ? '0' : 0;
     if (lead != 0) {
         for (size_t i = 0; i < t.size();) {
             at = i;
-            if (!prefix(i, lead) || (lead == '0' && i != 0)) {
+            if (!prefix(i, lead)) {
                 return hex_fault::not_digit;
             }
             unsigned value = 0;
@@ -96,7 +97,7 @@ hex_fault hex_token(std::string_view t, std::vector<uint8_t> &out, size_t &at)
                     at = end;
                     return hex_fault::not_digit;
                 }
-                value = (value << 4 | static_cast<unsigned>(digit)) & 0xFFF;
+                value = value << 4 | static_cast<unsigned>(digit); // kept only for one or two digits
             }
             if (end - i - 2 == 0 || end - i - 2 > 2) {
                 return end - i - 2 == 0 ? hex_fault::empty : hex_fault::wide;

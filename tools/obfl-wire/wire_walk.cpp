@@ -29,7 +29,20 @@ varint_bytes varint_slow(std::span<const uint8_t> bytes, size_t at)
     return v;
 }
 
-bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault)
+std::string kept_value(const field_schema &m, uint64_t v)
+{
+    const auto low = static_cast<uint32_t>(v);
+    if (m.elem == nuvex::element::varint64) {
+        return std::to_string(v);
+    }
+    if (m.elem == nuvex::element::boolean) {
+        return low != 0 ? "true" : "false";
+    }
+    return m.int32 ? std::to_string(static_cast<int32_t>(low)) : std::to_string(low);
+}
+
+bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault,
+          std::string_view end)
 {
     static const uint8_t nothing[1] = {0};
     const uint8_t *src = bytes.empty() ? nothing : bytes.data();
@@ -49,7 +62,7 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
         const size_t start = pos;
         uint32_t key;
         if (nuvex_decode_var32(&key, &pos, src, size) != MIVO_NO_ERROR) {
-            return refuse(start, nullptr, "the key runs past the end of the input");
+            return refuse(start, nullptr, "the key runs past the end of " + std::string(end));
         }
         f.key = varint_at(bytes, start);
         f.number = key >> 3;
@@ -107,19 +120,19 @@ bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *sche
         const size_t value_at = pos;
         if (f.read_as == NUVEX_TYPE_VARINT) {
             if (nuvex_decode_var64(nullptr, &pos, src, size) != MIVO_NO_ERROR) {
-                return refuse_value("the varint runs past the end of the input");
+                return refuse_value("the varint runs past the end of " + std::string(end));
             }
             f.varint = varint_at(bytes, value_at);
         } else if (f.read_as == NUVEX_TYPE_LENGTH) {
             uint32_t length;
             size_t after = pos;
             if (nuvex_decode_var32(&length, &after, src, size) != MIVO_NO_ERROR) {
-                return refuse_value("the length runs past the end of the input");
+                return refuse_value("the length runs past the end of " + std::string(end));
             }
             f.varint = varint_at(bytes, value_at);
             if (m != nullptr && length > size - after) {
-                return refuse_value("length " + std::to_string(length) + " runs past the end of the input (" +
-                                    std::to_string(size - after) + " bytes left)");
+                return refuse_value("length " + std::to_string(length) + " runs past the end of " + std::string(end) +
+                                    " (" + std::to_string(size - after) + " bytes left)");
             }
             f.payload = bytes.subspan(after, std::min<size_t>(length, size - after));
         } else if (f.read_as == NUVEX_TYPE_FIXED64 || f.read_as == NUVEX_TYPE_FIXED32) {

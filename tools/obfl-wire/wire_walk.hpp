@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "schema.hpp"
 
@@ -64,7 +65,15 @@ private:
 // Walks the fields of one record (schema null: a record that defines none)
 // whose bytes start at input offset base. Calls fn for every field read;
 // returns false with fault at the first thing the decoder would refuse.
-bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault);
+// end names where the bytes end, for a fault that runs past it: a nested
+// record's bytes end with its field.
+bool walk(std::span<const uint8_t> bytes, size_t base, const record_schema *schema, field_fn fn, wire_fault &fault,
+          std::string_view end = "the input");
+
+// What a number member keeps of a varint's low 64 bits, as the decoder reads
+// it: a uint64 all of them, a bool whether its low 32 bits are set, the rest
+// the low 32 bits, signed for an int32.
+std::string kept_value(const field_schema &m, uint64_t v);
 
 // The varint at bytes[at], read to its end (or the end of the input).
 varint_bytes varint_slow(std::span<const uint8_t> bytes, size_t at);
