@@ -45,6 +45,13 @@ public:
         const auto end = std::to_chars(buf, buf + sizeof buf, v).ptr;
         literal(std::string_view(buf, static_cast<size_t>(end - buf)));
     }
+    // A member whose value is a number: "k": v.
+    template <class T>
+    void number(std::string_view k, T v)
+    {
+        key(k);
+        number(v);
+    }
     std::string &text() { return out_; }
 
 private:

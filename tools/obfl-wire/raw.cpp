@@ -138,24 +138,19 @@ struct raw_reader {
         field f;
         while (pos < end && next(pos, end, f) && f.type != 4) {
             j.begin_object();
-            j.key("field");
-            j.number(f.number);
-            j.key("wire_type");
-            j.number(f.type);
-            j.key("offset");
-            j.number(f.at);
+            j.number("field", f.number);
+            j.number("wire_type", f.type);
+            j.number("offset", f.at);
             if (f.type == 0) {
                 decimal(j, "varint", f.value);
                 // The pattern of a negative 32-bit number: five bytes, or ten sign-extended.
                 if ((f.value >= 0x80000000u && f.value <= 0xFFFFFFFFu) || f.value >= 0xFFFFFFFF80000000u) {
-                    j.key("int32");
-                    j.number(static_cast<int32_t>(static_cast<uint32_t>(f.value)));
+                    j.number("int32", static_cast<int32_t>(static_cast<uint32_t>(f.value)));
                 }
             } else if (f.type == 1) {
                 decimal(j, "fixed64", f.value);
             } else if (f.type == 5) {
-                j.key("fixed32");
-                j.number(f.value);
+                j.number("fixed32", f.value);
             } else if (f.type == 3) {
                 j.key("group");
                 write(j, pos, end, depth + 1);
