@@ -323,11 +323,7 @@ json decoded(const settings &s, const message &m, std::span<const uint8_t> bytes
 
 void say(const std::string &line)
 {
-    std::string text = "obfl-wire: " + line;
-    for (char &c : text) {
-        c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
-    }
-    text = shortened(std::move(text), 200) + "\n";
+    const std::string text = one_line("obfl-wire: " + line, 200) + "\n";
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -23,7 +23,8 @@ struct reader {
 
     bool fail(const std::string &path, const std::string &problem)
     {
-        error = path + ": " + problem;
+        // The path and the problem may quote the input's own text.
+        error = one_line(path + ": " + problem, 200);
         return false;
     }
 

@@ -214,6 +214,14 @@ std::string shortened(std::string text, size_t limit)
     return text + "\xE2\x80\xA6"; // U+2026, the ellipsis
 }
 
+std::string one_line(std::string text, size_t limit)
+{
+    for (char &c : text) {
+        c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+    }
+    return shortened(std::move(text), limit);
+}
+
 bool valid_utf8(std::string_view text)
 {
     for (size_t i = 0; i < text.size();) {

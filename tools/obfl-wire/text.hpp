@@ -36,6 +36,9 @@ bool from_base64(std::string_view text, std::vector<unsigned char> &out);
 bool valid_utf8(std::string_view text);
 // text cut to at most limit bytes, an ellipsis in place of the rest.
 std::string shortened(std::string text, size_t limit);
+// A message for a person as one line: control characters (a newline inside
+// a quoted member name, say) become '?', and it is shortened to limit.
+std::string one_line(std::string text, size_t limit);
 // A quoted JSON string; bytes that are not UTF-8 become U+FFFD.
 void append_json_string(std::string &out, std::string_view text);
 
